@@ -45,14 +45,39 @@ private:
     Value m_value;
 };
 
-// Formats the system's message formats: "%@", "%s", "%i", "%d", "%li", "%ld",
-// "%lu", "%C", "%f" with an optional width and precision such as "%0.2f", and
-// "%%". Never fails: a directive without a value prints nothing, a value of
-// the wrong kind is converted as sensibly as possible, an unknown directive
-// is copied literally, and surplus values are ignored.
+// Formats the system's message formats. Never fails and never reads past the
+// format or the values.
+//
+// Directives: "%@" and "%s" (text), "%d" and "%i" (signed), "%u" (unsigned),
+// "%x"/"%X" (hexadecimal), "%f"/"%F", "%e"/"%E", "%g"/"%G" (reals), "%C" (one
+// UTF-16 code unit) and "%%" (a percent sign). Each may carry the flags
+// "-+ #0", a width and a precision ("%0.2f", "%-8@", "%5li"); length
+// modifiers ("l", "ll", "h", "q", "z", "j", "t", "L") are accepted and
+// ignored, since every value knows its own type. Widths and precisions above
+// 4096 are cut to 4096. For text, the width counts characters (not bytes) and
+// the precision keeps at most that many characters.
+//
+// Where the format and the values disagree:
+// - an absent value (nullptr, an empty optional) prints "(null)";
+// - a directive with no value left prints nothing;
+// - surplus values are ignored;
+// - a number for "%@" or "%s" prints the number ("3", "-2", "0.5"), a "%C"
+//   value prints its character;
+// - a text for a number directive or for "%C" prints the text unchanged, a
+//   real for "%C" prints the number, a "%C" value for a number directive
+//   prints its code unit;
+// - a real for "%d", "%i", "%u" or "%x" prints its integral part (saturated to
+//   the 64-bit range, NaN as 0); an integer for a real directive is widened;
+// - a negative integer for "%u" prints with its sign; for "%x" it prints its
+//   64-bit two's complement;
+// - "%C" with an integer takes it as a code point: surrogates and values
+//   beyond U+10FFFF print U+FFFD; code unit 0 prints a NUL character;
+// - an unknown or unfinished directive ("%q", "%5", a trailing "%") is copied
+//   literally and takes no value.
 class TLFormat
 {
 public:
+    // `format` filled with `values` as described above.
     static std::string stringWithFormat(std::string_view format,
                                         std::span<const TLFormatArgument> values);
 
@@ -62,4 +87,8 @@ public:
         const TLFormatArgument arguments[] = {TLFormatArgument(std::forward<Values>(values))..., {}};
         return stringWithFormat(format, std::span<const TLFormatArgument>(arguments, sizeof...(Values)));
     }
+
+    // The UTF-8 encoding of `codePoint`; U+FFFD for surrogates and values
+    // beyond U+10FFFF.
+    static std::string utf8ForCodePoint(std::uint32_t codePoint);
 };
