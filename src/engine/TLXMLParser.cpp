@@ -434,21 +434,23 @@ Rewrite rewriteFirstUnionStep(const std::string &query)
     return {std::move(text), {}, true};
 }
 
-// Spelling out steps multiplies the query by every alternative; past this
-// size the query is refused rather than grown without bound.
-constexpr std::size_t kLargestRewrittenQuery = 64 * 1024;
+// Spelling out steps multiplies the query by every alternative; past these
+// bounds the query is refused rather than grown (and rescanned) without end.
+constexpr std::size_t kLargestRewrittenQuery = 16 * 1024;
+constexpr int kMostSpelledOutSteps = 64;
 
 Rewrite rewriteUnionSteps(const std::string &query)
 {
     Rewrite rewrite{query, {}, false};
-    while (true) {
+    for (int step = 0; step <= kMostSpelledOutSteps; ++step) {
         Rewrite next = rewriteFirstUnionStep(rewrite.text);
         if (!next.error.empty() || !next.changed)
             return {std::move(rewrite.text), std::move(next.error), rewrite.changed};
         if (next.text.size() > kLargestRewrittenQuery)
-            return {query, "The query has too many parenthesised alternatives", false};
+            break;
         rewrite = std::move(next);
     }
+    return {query, "The query has too many parenthesised alternatives", false};
 }
 
 // ---------------------------------------------------------------------------
