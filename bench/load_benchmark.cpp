@@ -1,0 +1,255 @@
+// Measures how long opening a large xmeml project takes and how much memory
+// it needs, against `xmllint --noout` on the same file in the same run.
+//
+// Usage: load_benchmark [--expect-clips N] project.xml
+//
+// Prints one table with each target marked "met" or "NOT met". Exits 0
+// either way; 1 when the project cannot be loaded or does not hold the
+// expected number of clips, 2 for a usage error.
+
+#include "TLFCPProjectController.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr double MaximumTimeRatio = 0.35;   // of xmllint --noout's wall time
+constexpr double MaximumMemoryRatio = 3.5;  // of the file size
+constexpr double Mebibyte = 1024.0 * 1024.0;
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+struct Options
+{
+    std::string path;
+    std::optional<long> expectedClips;
+};
+
+bool parseOptions(int argc, char **argv, Options &options)
+{
+    for (int argument = 1; argument < argc; ++argument) {
+        const std::string_view text = argv[argument];
+        if (text == "--expect-clips" && argument + 1 < argc) {
+            char *end = nullptr;
+            options.expectedClips = std::strtol(argv[++argument], &end, 10);
+            if (*end != '\0' || *options.expectedClips < 0)
+                return false;
+        } else if (options.path.empty() && !text.starts_with("--")) {
+            options.path = text;
+        } else {
+            return false;
+        }
+    }
+    return !options.path.empty();
+}
+
+// Reads the file once without keeping it, so that neither contender pays
+// for the disk and both start from the page cache.
+bool warmPageCache(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> chunk(std::size_t{1} << 20);
+    while (file.read(chunk.data(), static_cast<std::streamsize>(chunk.size())))
+        ;
+    return file.eof();
+}
+
+struct ChildRun
+{
+    bool succeeded = false;
+    double seconds = 0;
+    long peakKilobytes = 0;
+    std::string failure;
+
+    double peakBytes() const { return static_cast<double>(peakKilobytes) * 1024.0; }
+};
+
+// Runs `xmllint --noout path` and collects its own rusage through wait4.
+// Started before the project is loaded, while this process is still small,
+// so that the child's peak is its own and not inherited through fork.
+ChildRun runXmllint(const std::string &path)
+{
+    ChildRun run;
+    const Clock::time_point started = Clock::now();
+    const pid_t child = fork();
+    if (child < 0) {
+        run.failure = std::string("cannot start xmllint: ") + std::strerror(errno);
+        return run;
+    }
+    if (child == 0) {
+        execlp("xmllint", "xmllint", "--noout", path.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    if (wait4(child, &status, 0, &usage) < 0) {
+        run.failure = std::string("cannot wait for xmllint: ") + std::strerror(errno);
+        return run;
+    }
+    run.seconds = secondsSince(started);
+    run.peakKilobytes = usage.ru_maxrss;
+    run.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!run.succeeded)
+        run.failure = WIFEXITED(status) && WEXITSTATUS(status) == 127
+                          ? "xmllint is not installed (scripts/install-deps libxml2-utils)"
+                          : "xmllint --noout failed on the file";
+    return run;
+}
+
+long ownPeakKilobytes()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+struct LoadRun
+{
+    double parseSeconds = 0;
+    double collectSeconds = 0;
+    double clipQuerySeconds = 0;
+    std::size_t clipCount = 0;
+    std::size_t tableCount = 0;
+    long peakKilobytes = 0;
+
+    double totalSeconds() const { return parseSeconds + collectSeconds; }
+    double peakBytes() const { return static_cast<double>(peakKilobytes) * 1024.0; }
+};
+
+// Opens the project as a document does: parse, then the clip list and the
+// master-clip path table. The clip query is timed once more on its own
+// afterwards, outside the total, to show how the collecting step divides.
+std::optional<LoadRun> loadProject(const std::string &path)
+{
+    LoadRun run;
+    TLFCPProjectController controller;
+    Clock::time_point started = Clock::now();
+    if (!controller.setXmlDocFromFilePath(path) || controller.xmlDoc() == nullptr)
+        return std::nullopt;
+    run.parseSeconds = secondsSince(started);
+
+    started = Clock::now();
+    controller.collectClipsAndMasterClipPaths();
+    run.collectSeconds = secondsSince(started);
+    run.peakKilobytes = ownPeakKilobytes();
+    run.clipCount = controller.clips().size();
+    run.tableCount = controller.masterClipPaths().size();
+
+    started = Clock::now();
+    const std::size_t queried =
+        controller.nodesForQuery(".//clip").value_or(TLXMLNodeList{}).size();
+    run.clipQuerySeconds = secondsSince(started);
+    if (queried != run.clipCount)
+        std::fprintf(stderr, "load_benchmark: the clip query found %zu clips, the load %zu\n",
+                     queried, run.clipCount);
+    return run;
+}
+
+const char *verdict(bool met) { return met ? "met" : "NOT met"; }
+
+void printSeconds(const char *label, double seconds)
+{
+    std::printf("  %-48s %12.3f s\n", label, seconds);
+}
+
+void printMebibytes(const char *label, double bytes)
+{
+    std::printf("  %-48s %12.1f MiB\n", label, bytes / Mebibyte);
+}
+
+void printCount(const char *label, std::size_t count)
+{
+    std::printf("  %-48s %12zu\n", label, count);
+}
+
+void printMeasurements(const LoadRun &load, const ChildRun &reference)
+{
+    printSeconds("parse (setXmlDocFromFilePath)", load.parseSeconds);
+    printSeconds("clips and table (collectClipsAndMasterClipPaths)", load.collectSeconds);
+    printSeconds("  of which the clip query (timed apart)", load.clipQuerySeconds);
+    printSeconds("  of which the master-clip table (rest)",
+                 std::max(0.0, load.collectSeconds - load.clipQuerySeconds));
+    printSeconds("total load", load.totalSeconds());
+    printCount("clips", load.clipCount);
+    printCount("master-clip table entries", load.tableCount);
+    printMebibytes("peak memory of the load (ru_maxrss)", load.peakBytes());
+    if (!reference.succeeded) {
+        std::printf("  %-48s %s\n", "xmllint --noout", reference.failure.c_str());
+        return;
+    }
+    printSeconds("xmllint --noout", reference.seconds);
+    printMebibytes("xmllint --noout peak memory (ru_maxrss)", reference.peakBytes());
+}
+
+void printTargets(double fileBytes, const LoadRun &load, const ChildRun &reference)
+{
+    const char *timeTarget = "load time <= 0.35 x xmllint --noout";
+    std::printf("\n  %-48s %12s %12s  %s\n", "target", "limit", "measured", "result");
+    if (reference.succeeded) {
+        const double limit = MaximumTimeRatio * reference.seconds;
+        std::printf("  %-48s %10.3f s %10.3f s  %s (%.2f x xmllint)\n", timeTarget, limit,
+                    load.totalSeconds(), verdict(load.totalSeconds() <= limit),
+                    load.totalSeconds() / reference.seconds);
+    } else {
+        std::printf("  %-48s %12s %10.3f s  %s (no reference)\n", timeTarget, "-",
+                    load.totalSeconds(), verdict(false));
+    }
+    const double limit = MaximumMemoryRatio * fileBytes;
+    std::printf("  %-48s %8.1f MiB %8.1f MiB  %s (%.2f x file)\n",
+                "peak memory < 3.5 x file size", limit / Mebibyte, load.peakBytes() / Mebibyte,
+                verdict(load.peakBytes() < limit), load.peakBytes() / fileBytes);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Options options;
+    if (!parseOptions(argc, argv, options)) {
+        std::fprintf(stderr, "usage: load_benchmark [--expect-clips N] project.xml\n");
+        return 2;
+    }
+    struct stat status{};
+    if (stat(options.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)
+        || !warmPageCache(options.path)) {
+        std::fprintf(stderr, "load_benchmark: cannot read %s\n", options.path.c_str());
+        return 1;
+    }
+    const ChildRun reference = runXmllint(options.path);
+    const std::optional<LoadRun> load = loadProject(options.path);
+    if (!load) {
+        std::fprintf(stderr, "load_benchmark: %s did not load as an xmeml project\n",
+                     options.path.c_str());
+        return 1;
+    }
+    const auto fileBytes = static_cast<double>(status.st_size);
+    std::printf("Load benchmark: %s (%.1f MiB)\n\n", options.path.c_str(), fileBytes / Mebibyte);
+    printMeasurements(*load, reference);
+    printTargets(fileBytes, *load, reference);
+    if (options.expectedClips && static_cast<long>(load->clipCount) != *options.expectedClips) {
+        std::fprintf(stderr, "load_benchmark: expected %ld clips, the load found %zu\n",
+                     *options.expectedClips, load->clipCount);
+        return 1;
+    }
+    return 0;
+}
