@@ -1,0 +1,158 @@
+// One open project's parsed xmeml, its clip list and its master-clip path
+// table, filled from an xmeml file, from Final Cut Pro or from Premiere Pro.
+#pragma once
+
+#include "TLAlertPresenter.h"
+#include "TLFileWaiting.h"
+#include "TLFinalCutProBridge.h"
+#include "TLPremiereBridge.h"
+#include "TLXMLParser.h"
+
+#include <pugixml.hpp>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+// The hosts and services a controller obtains projects through. A member
+// left empty is replaced by its default: Final Cut Pro and Premiere Pro
+// report that they are not available, file waits wait on the real file
+// system, alerts go to standard error.
+struct TLProjectSources
+{
+    std::shared_ptr<TLFinalCutProBridge> finalCutPro;
+    std::shared_ptr<TLPremiereBridge> premiere;
+    std::shared_ptr<TLFileWaiting> fileWaiting;
+    std::shared_ptr<TLAlertPresenter> alertPresenter;
+};
+
+// The master-clip path table: master clip id (or "Unknown1", "Unknown2", ...
+// for media without one) to the project's pathurl element. Iteration runs
+// in byte-wise key order, the same on every run, so that a search over all
+// values that stops at the first hit always finds the same element.
+using TLMasterClipPaths = std::map<std::string, pugi::xml_node, std::less<>>;
+
+// Held by each open document as its media controller. Loads happen on one
+// thread; any number of threads may query at the same time as long as no
+// load or setter runs meanwhile. No exception leaves a public function: an
+// unexpected one is logged and the function gives its failure result.
+class TLFCPProjectController
+{
+public:
+    // A controller holding an empty document, no clips and an empty table.
+    explicit TLFCPProjectController(TLProjectSources sources = {});
+    ~TLFCPProjectController();
+    TLFCPProjectController(const TLFCPProjectController &) = delete;
+    TLFCPProjectController &operator=(const TLFCPProjectController &) = delete;
+
+    // Loads an xmeml file. False, with the document unchanged, when `path`
+    // names nothing, a folder or anything else that is not a readable
+    // regular file. Otherwise true, and the document is the file's parse;
+    // when the file is not well-formed XML (empty, plain text, truncated)
+    // there is then no document at all (xmlDoc() is null).
+    [[nodiscard]] bool setXmlDocFromFilePath(const std::string &path);
+
+    // Fetches a Final Cut Pro project's xmeml, launching Final Cut Pro when
+    // needed. False, without asking Final Cut Pro, when nothing exists at
+    // `path`; false, with the document unchanged, when the answer is absent
+    // or empty. Otherwise true, with the parse as the document (none when
+    // the text is not well-formed).
+    [[nodiscard]] bool loadXMLFromFCP(const std::string &path);
+
+    // Has Premiere Pro open the project at `path` and export it as xmeml to
+    // a fresh temporary file, waits for that file and parses it. When the
+    // file is missing, unreadable or empty the alert "No XML data found" is
+    // shown and the document is unchanged (false). When it does not parse,
+    // "Error loading XML data: <reason>" is logged and no document remains
+    // (false). The temporary file is left in place.
+    [[nodiscard]] bool loadXMLFromPremiere(const std::string &path);
+
+    // Fetches Final Cut Pro's table of contents for the project at `path`.
+    // False, without asking, when nothing exists there; false with the
+    // document unchanged when the answer is absent or empty; false with no
+    // document, after writing "Error importing XML: <reason>" to standard
+    // error, when it does not parse; true otherwise.
+    [[nodiscard]] bool loadTOCFromFCP(const std::string &path);
+
+    // Menu actions whose item title is a path: loadXMLFromFCP and
+    // setXmlDocFromFilePath respectively.
+    bool fcpProjectSelect(const std::string &path);
+    bool xmlDocSelect(const std::string &path);
+
+    // Evaluates the query as given (not escaped) with the document node as
+    // context. The matches in document order; an empty list when there is
+    // no document or nothing matches; nullopt when the query does not
+    // compile.
+    std::optional<TLXMLNodeList> nodesForQuery(std::string_view query) const;
+
+    // The first match of nodesForQuery, or an empty handle.
+    pugi::xpath_node firstNodeForQuery(std::string_view query) const;
+
+    // The string value of every match; an empty list (never an absent one)
+    // when nothing matches, there is no document or the query is bad.
+    std::vector<std::string> stringValuesForQuery(std::string_view query) const;
+
+    // The first element named `type` whose own uuid child has exactly the
+    // text `uuid`, found with ".//<type>/uuid[text()=<uuid>][1]/..". The
+    // uuid is always one string literal of the query, whatever quotation
+    // marks it holds, so it can never change the query's meaning. An empty
+    // handle when none matches or `type` is not a plain element name.
+    pugi::xml_node nodeWithUUID(std::string_view uuid, std::string_view type) const;
+
+    // The first entry of clips(), in list order, whose own uuid child (not a
+    // nested one) holds `uuid`; an empty handle when none does. Constant
+    // time on average: an index is built on first use after setClips and
+    // shared by all threads that ask.
+    pugi::xml_node clipNodeWithUUID(std::string_view uuid) const;
+
+    // Fills clips() with every clip element of the document (".//clip") and
+    // builds the master-clip path table from every pathurl element in
+    // document order: keyed by the string value of "./../../masterclipid"
+    // relative to the pathurl (an empty id is still an id), a later pathurl
+    // with the same key replacing the earlier one; a pathurl without a
+    // master clip id goes under "Unknown%i" with a counter that starts at 1
+    // and counts only such elements. Both end up empty without a document.
+    void collectClipsAndMasterClipPaths();
+
+    // The parsed project, or null when the last load left no document.
+    pugi::xml_document *xmlDoc() { return m_document.get(); }
+    const pugi::xml_document *xmlDoc() const { return m_document.get(); }
+    // Replaces the document; null leaves the controller without one.
+    void setXmlDoc(std::unique_ptr<pugi::xml_document> document);
+
+    // The project's clip elements. A load does not change them: they keep
+    // referring to the previous document, which stays alive for them, until
+    // the next setClips.
+    const TLXMLNodeList &clips() const { return m_clips; }
+    // Takes nodes of the current document.
+    void setClips(TLXMLNodeList clips);
+
+    // The master-clip path table; like clips(), it keeps referring to the
+    // document it was set for until the next setMasterClipPaths.
+    const TLMasterClipPaths &masterClipPaths() const { return m_masterClipPaths; }
+    // Takes elements of the current document.
+    void setMasterClipPaths(TLMasterClipPaths masterClipPaths);
+
+private:
+    // Parses UTF-8 text as the new document (none when not well-formed);
+    // false, with the document unchanged, only when memory runs out.
+    bool replaceDocumentWithText(std::string text);
+    void buildClipIndex() const;
+
+    TLProjectSources m_sources;
+    std::shared_ptr<pugi::xml_document> m_document;
+    // The documents clips and table were taken from, kept alive for them.
+    std::shared_ptr<pugi::xml_document> m_clipsDocument;
+    std::shared_ptr<pugi::xml_document> m_masterClipPathsDocument;
+    TLXMLNodeList m_clips;
+    TLMasterClipPaths m_masterClipPaths;
+    // uuid -> first clip with that uuid; built once per setClips.
+    mutable std::unique_ptr<std::once_flag> m_clipIndexBuilt;
+    mutable std::unordered_map<std::string, pugi::xml_node> m_clipIndex;
+};

@@ -1,0 +1,57 @@
+// Waiting on the real file system for a file that another program writes.
+#include "TLFileWaiting.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void setAge(const std::string &path, std::chrono::milliseconds age)
+{
+    std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now() - age);
+}
+
+double secondsToRun(const std::function<void()> &work)
+{
+    const auto start = Clock::now();
+    work();
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+} // namespace
+
+TEST(TLFileWaitingTest, CreationGetsOneShortChanceOnly)
+{
+    test::TemporaryFolder folder;
+    const auto waiting = TLFileWaiting::standard();
+    EXPECT_LT(secondsToRun([&] { waiting->waitForFileCreation(folder.file("never.xml"), 10); }), 1.0);
+    test::writeFile(folder.file("empty.xml"), "");
+    EXPECT_LT(secondsToRun([&] { waiting->waitForFileCreation(folder.file("empty.xml"), 10); }), 1.0);
+}
+
+TEST(TLFileWaitingTest, WritesAreAwaitedUntilTheFileHasRestedFiveSeconds)
+{
+    test::TemporaryFolder folder;
+    const auto waiting = TLFileWaiting::standard();
+    const auto path = folder.file("export.xml");
+    EXPECT_LT(secondsToRun([&] { waiting->waitForFileWrites(path); }), 0.1) << "missing file";
+
+    test::writeFile(path, "<xmeml/>");
+    setAge(path, std::chrono::milliseconds(10000));
+    EXPECT_LT(secondsToRun([&] { waiting->waitForFileWrites(path); }), 0.1) << "settled file";
+
+    setAge(path, std::chrono::milliseconds(4600));
+    const auto waited = secondsToRun([&] { waiting->waitForFileWrites(path); });
+    EXPECT_GE(waited, 0.3);
+    EXPECT_LT(waited, 3.0);
+
+    setAge(path, -std::chrono::hours(24));
+    EXPECT_LT(secondsToRun([&] { waiting->waitForFileWrites(path); }), 0.1)
+        << "a time far in the future must not make the wait endless";
+}
