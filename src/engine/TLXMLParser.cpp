@@ -664,6 +664,8 @@ void extendChain(const pugi::xml_node &clip, std::vector<pugi::xml_node> &chain,
         if (std::string_view(item.name()) == "transitionitem" && isMinusOne(beyond)) {
             newEdge = "-1";
         } else if (!isMinusOne(edge) && !isMinusOne(childText(item, nearEdge))) {
+            // The edge is always "-1" here, so this never stops a walk; it is
+            // the rule for an item that does not reach into a transition.
             return;
         }
         chain.insert(backward ? chain.begin() : chain.end(), item);

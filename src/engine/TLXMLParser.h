@@ -151,6 +151,7 @@ public:
 
     // Any XPath expression of an unescaped query, converted to text as
     // XPath's string() does ("count(.//clip)" gives "3", a node set the text
-    // of its first node); nullopt when it does not compile.
+    // of its first node); nullopt when it does not compile. An empty context
+    // counts as no node ("count(.)" gives "0").
     static std::optional<std::string> evaluateString(std::string_view query, pugi::xml_node context);
 };
