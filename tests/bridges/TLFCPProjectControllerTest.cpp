@@ -223,7 +223,9 @@ TEST(TLFCPProjectControllerTest, MasterClipPathsCountUnknownsAndLaterIdsReplaceE
                      }));
 
     // The tree walk must read the same ids as the query it stands for.
-    for (const auto &pathurl : *controller.nodesForQuery(".//pathurl")) {
+    const auto pathurls = controller.nodesForQuery(".//pathurl");
+    ASSERT_EQ(pathurls->size(), 5u);
+    for (const auto &pathurl : *pathurls) {
         const auto id = TLXMLParser::stringValueForQuery("./../../masterclipid", pathurl.node());
         if (id) {
             EXPECT_EQ(controller.masterClipPaths().count(*id), 1u) << *id;
