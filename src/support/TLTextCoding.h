@@ -1,0 +1,42 @@
+// Reading UTF-8 text as UTF-16 code units, checking it, and decoding the
+// %XX escapes of names and URLs.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// Stateless text conversions shared by the query helper and the URL parser.
+// Nothing here throws except std::bad_alloc.
+class TLTextCoding
+{
+public:
+    // Which bytes an escape may stand for when decoding.
+    enum class EscapedBytes {
+        Any,       // every byte, 0 to 255 (so the result may be any bytes)
+        AsciiOnly, // 0 to 127; an escape above 127 fails the whole decoding
+    };
+
+    // True when the text is well-formed UTF-8: no stray continuation bytes,
+    // no truncated, overlong or surrogate sequences, nothing beyond U+10FFFF.
+    // The empty text is valid. A NUL byte is valid UTF-8.
+    static bool isValidUTF8(std::string_view text);
+
+    // The UTF-16 code units of UTF-8 text, characters beyond U+FFFF as
+    // surrogate pairs. Each byte that starts no valid sequence becomes one
+    // U+FFFD, so damaged input is converted rather than refused. Empty
+    // input gives an empty result.
+    static std::u16string utf16Units(std::string_view text);
+
+    // True when text[index] is "%" followed by two hex digits (either case);
+    // false for any other character and for an index at or past the end.
+    static bool isPercentEscapeAt(std::string_view text, std::size_t index);
+
+    // The text with every %XX escape replaced by its byte; characters that
+    // are not escaped pass through whatever they are. nullopt for a "%" not
+    // followed by two hex digits ("50%", "%4x"), and, with AsciiOnly, for an
+    // escape above 127 ("%C3"). Empty input gives "".
+    static std::optional<std::string> percentDecoded(std::string_view text,
+                                                     EscapedBytes allowed = EscapedBytes::Any);
+};
