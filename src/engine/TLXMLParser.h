@@ -21,7 +21,7 @@ using TLXMLNodeList = std::vector<pugi::xpath_node>;
 // which is evaluated as the union of the spelled-out paths in document order
 // (any number of alternatives, at any step; a predicate directly after the
 // closing parenthesis, or an alternative starting with "/", is refused as a
-// query error). Compiled queries, and the errors of queries that do not
+// query error; TLXPathUnionRewriter does the spelling out). Compiled queries, and the errors of queries that do not
 // compile, are cached process-wide, so repeating a query per clip costs only
 // its evaluation. Results are always in document order.
 //
@@ -84,8 +84,9 @@ public:
     // that are not escaped are kept as they are.
     static std::optional<std::string> idAttributeForNode(pugi::xml_node node);
 
-    // The file path of a pathurl's URL, percent-decoded
-    // ("file://localhost/a%20b.mov" and "file:///a%20b.mov" give "/a b.mov").
+    // The file path of a pathurl's URL, percent-decoded, as
+    // TLURLParser::filePathForURL reads it ("file://localhost/a%20b.mov" and
+    // "file:///a%20b.mov" give "/a b.mov").
     // The text must be an RFC 3986 URI reference: nullopt for nullopt, for a
     // character that must be escaped and is not (a blank, say, or non-ASCII),
     // and for a "%" without two hex digits. The host is not checked; query and

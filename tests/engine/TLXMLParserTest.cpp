@@ -222,19 +222,12 @@ TEST(TLXMLParserTest, NamesUuidsAndIdsArePercentDecoded)
 
 TEST(TLXMLParserTest, FilenameFromPathURLStringParsesTheURL)
 {
-    const auto filename = [](const char *url) { return TLXMLParser::filenameFromPathURLString(std::string(url)); };
+    // The URL cases themselves are covered by TLURLParserTest.
     EXPECT_EQ(TLXMLParser::filenameFromPathURLString(std::nullopt), std::nullopt);
-    EXPECT_EQ(filename("file://localhost/Volumes/Media/a%20b.mov"), "/Volumes/Media/a b.mov");
-    EXPECT_EQ(filename("file:///a/b.mov"), "/a/b.mov");
-    EXPECT_EQ(filename("FILE:/a/caf%C3%A9.mov?x=1#frag"), "/a/café.mov");
-    EXPECT_EQ(filename("file://[::1]:80/a/folder/"), "/a/folder");
-    EXPECT_EQ(filename("/Volumes/a%26b.mov"), "/Volumes/a&b.mov");
-    EXPECT_EQ(filename("media/a.mov"), "media/a.mov");
-    for (const char *bad : {"file://localhost/Volumes/a b.mov", "file:///a/50%.mov", "file:///a/%4.mov",
-                            "file:///caf\xC3\xA9.mov", "http://host/a.mov", "1a:b", "file:///a#b#c",
-                            "file://host:port/a", "file:///a[1].mov", "file:///a%00b", "file:///a%FF", "",
-                            "file://localhost", "file:///a\"b"})
-        EXPECT_EQ(filename(bad), std::nullopt) << bad;
+    EXPECT_EQ(TLXMLParser::filenameFromPathURLString("file://localhost/Volumes/Media/a%20b.mov"),
+              "/Volumes/Media/a b.mov");
+    EXPECT_EQ(TLXMLParser::filenameFromPathURLString("http://host/a.mov"), std::nullopt);
+    EXPECT_EQ(TLXMLParser::filenameFromPathURLString(""), std::nullopt);
 }
 
 TEST(TLXMLParserTest, TreeWalksStopWhereTheyShould)
