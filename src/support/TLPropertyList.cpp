@@ -710,6 +710,24 @@ std::optional<std::string> TLPropertyList::dataValue(plist_t node)
     return std::string(bytes, length);
 }
 
+std::vector<plist_t> TLPropertyList::arrayItems(plist_t array)
+{
+    std::vector<plist_t> items;
+    if (!array || plist_get_node_type(array) != PLIST_ARRAY)
+        return items;
+    items.reserve(plist_array_get_size(array));
+    plist_array_iter iterator = nullptr;
+    plist_array_new_iter(array, &iterator);
+    for (plist_t item = nullptr;;) {
+        plist_array_next_item(array, iterator, &item);
+        if (!item)
+            break;
+        items.push_back(item);
+    }
+    std::free(iterator);
+    return items;
+}
+
 std::optional<std::uint64_t> TLPropertyList::uidValue(plist_t node)
 {
     if (!node)

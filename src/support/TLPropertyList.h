@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Move-only owner of one libplist tree. An empty list (false) stands for
 // "nothing could be read"; every accessor of an empty list is safe and
@@ -97,6 +98,10 @@ public:
     static std::optional<std::int64_t> integerValue(plist_t node);
     static std::optional<bool> boolValue(plist_t node);
     static std::optional<std::string> dataValue(plist_t node);
+    // The elements of an array node in order; empty for a null node or another
+    // type. Prefer this to indexed access: libplist walks an array it parsed
+    // from its start on every plist_array_get_item.
+    static std::vector<plist_t> arrayItems(plist_t array);
     // A keyed-archive reference: a UID node, or a dictionary whose only
     // entry is "CF$UID" with an integer (the XML form, which libplist reads
     // back as a plain dictionary).
