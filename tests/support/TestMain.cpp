@@ -2,6 +2,7 @@
 // and the machine-wide folders into a private sandbox before any test runs,
 // so no test can touch the real user's files.
 #include "TestSupport.h"
+#include "TLLog.h"
 
 #include <gtest/gtest.h>
 
@@ -48,6 +49,10 @@ const std::filesystem::path &sandboxRoot()
 int main(int argc, char **argv)
 {
     const auto root = test::sandboxRoot();
+    // Code under test logs without a log file having been made; the log's
+    // own complaints about that would only bury the test output. Tests of
+    // the log turn printing back on through createNewLog.
+    TLLog::sharedController().setNoPrinting(true);
     testing::InitGoogleTest(&argc, argv);
     const int result = RUN_ALL_TESTS();
     std::error_code ignored;
