@@ -6,14 +6,20 @@
 #include "TLBinNode.h"
 #include "TLFCPProjectController.h"
 #include "TLMainThread.h"
+#include "TLSmartBin.h"
+#include "TLSmartRangeItem.h"
 
 #include <atomic>
+#include <cstdint>
+#include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <variant>
 #include <vector>
 
 // Everything a document reaches outside itself. Empty members get their
@@ -124,7 +130,187 @@ public:
     // Blocks until the last background send (if any) has finished.
     void waitForSend();
 
-    // ---- Editing commands and outline answers (MyDocumentCommands.cpp) ----
+    // ---- Editing commands and outline answers (MyDocumentCommands.cpp,
+    //      MyDocumentOutline.cpp) ----
+    //
+    // The commands run on the main thread and take the selection from the
+    // caller: a null node means nothing is selected. Refusals are shown
+    // through TLAlert and also returned, so that a caller without a window
+    // can tell them apart.
+
+    // What became of an edit: applied (possibly adding nothing), refused
+    // with an alert, or failed without an alert and without any change.
+    enum class EditResult { done, refused, failed };
+
+    // The two outlines the document answers for: the bin tree, and the
+    // preview of the smart range sheet.
+    enum class Outline { bins, smartRangePreview };
+
+    // Where a row's icon comes from: an image of the application by name, the
+    // icon of the file at a path, or the icon of a file type. Shown at 16 by
+    // 16 points.
+    struct OutlineIcon
+    {
+        enum class Source { imageNamed, fileIcon, fileTypeIcon };
+        Source source = Source::imageNamed;
+        std::string name;
+    };
+
+    // A cell of the smart bin sheet's table: a pop-up index or a text.
+    using TableValue = std::variant<std::int64_t, std::string>;
+
+    // Menu and toolbar actions whose state depends on the document.
+    enum class MenuAction { openFCPProject, sendToFCP, save, saveAs, revert, other };
+
+    // How a menu item should look. Fields left empty are not changed; a key
+    // equivalent, when given, goes with the Command modifier.
+    struct MenuItemState
+    {
+        bool enabled = true;
+        bool hidden = false;
+        std::optional<std::string> title;
+        std::optional<std::string> keyEquivalent;
+    };
+
+    // The selection after a selection change, and the name of the
+    // notification posted for it ("disableAddButtons" or "enableAddButtons").
+    struct SelectionChange
+    {
+        TLNodeList selection;
+        std::string notificationName;
+    };
+
+    // Tree operations. With no parent the node goes to (or leaves) the top
+    // level. addItem appends one node; with `reloadData` the parent's row is
+    // reloaded (the whole outline for the top level), the parent expanded and
+    // the new node selected, its name edited when `enterEditMode`. It does
+    // not mark the document as changed. False, and nothing added, when the
+    // parent has no child list or the node is null.
+    bool addItem(const TLBinNodePtr &node, const TLBinNodePtr &parent, bool reloadData, bool enterEditMode);
+    // Appends the nodes in order (all or none), selects the first with
+    // `reloadData`, and marks the document as changed when at least one was
+    // added. False when nothing was added.
+    bool addItems(const TLNodeList &nodes, const TLBinNodePtr &parent, bool reloadData);
+    // Removes the node from the parent's children (or the top level) and
+    // marks the document as changed, even when the node was not there.
+    // Returns whether it was there.
+    bool removeItem(const TLBinNodePtr &node, const TLBinNodePtr &parent, bool reloadData);
+
+    // A new regular bin "Untitled Bin" under the selected regular bin, or at
+    // the top level, with its name being edited. Refused (alert sheet on the
+    // window) when the selected node is any other kind.
+    EditResult emptyBinClick(const TLBinNodePtr &selected);
+
+    // Range sheet. Opens it on "Reel [1-10]" with its preview.
+    void binRangeClick();
+    // Recomputes the preview names and the count text from `expression`; a
+    // malformed expression previews nothing ("0 items").
+    void updateRangePreview(const std::string &expression);
+    // The names previewed, and the count text ("1 item", "10 items").
+    std::vector<std::string> rangePreviewNames() const;
+    std::string rangeCountText() const;
+    static std::string rangeCountTextForCount(std::size_t count);
+    // Adds the series of `expression` under the selected regular bin or at
+    // the top level; with a range item selected its whole series is replaced
+    // under the same parent, the new items taking the old identifiers by
+    // position. Refused (modal alert) for any other selected node. Fails,
+    // changing nothing, when the expression is malformed. An expression with
+    // no names adds nothing (and still removes a replaced series).
+    EditResult createRangeClick(const std::string &expression, const TLBinNodePtr &selected);
+    void cancelCreateRange();
+
+    // Smart bin sheet. Opens it with one default row (type 0, match 0,
+    // "Unknown").
+    void smartBinClick();
+    // Appends a default row and starts editing its text.
+    void smartBinAddItem();
+    // Removes the rows at these indexes (out-of-range ones are ignored).
+    void smartBinRemoveItem(const std::vector<std::size_t> &rows);
+    // The sheet's filter rows, in order.
+    TLFilterList smartBinFilterArray() const;
+    void setSmartBinFilterArray(TLFilterList filterArray);
+    // A cell by column identifier: "filterType" and "filterMatch" are
+    // integers, any other column is the row's text. nullopt past the last row.
+    std::optional<TableValue> smartBinObjectValue(std::string_view column, std::size_t row) const;
+    // Sets a cell; a text for an integer column is read as a leading decimal
+    // number (0 when there is none), a number for the text column is written
+    // out. False past the last row.
+    bool setSmartBinObjectValue(const TableValue &value, std::string_view column, std::size_t row);
+    // Builds the smart bin named `name` from the sheet's rows on a worker
+    // thread, then adds it on the main thread (finishCreatingSmartBin). With
+    // no rows the alert sheet "Unable to create smart bin" is shown on the
+    // sheet and the result is refused at once. The future is ready when the
+    // edit is over; wait on it only off the main thread or with the in-place
+    // main-thread door.
+    std::shared_future<EditResult> createSmartBinClick(const std::string &name, std::int64_t matchType,
+                                                       const TLBinNodePtr &selected);
+    // Adds a built smart bin under the selected node (or at the top level)
+    // and closes the sheet. Refused (modal alert, sheet left open) when a
+    // regular bin is selected; fails, adding nothing and leaving the sheet
+    // open, when the selected node has no child list.
+    EditResult finishCreatingSmartBin(const std::shared_ptr<TLSmartBin> &bin, const TLBinNodePtr &selected);
+    void cancelCreateSmartBin();
+
+    // Smart range sheet. Opens it with the create button enabled and starts
+    // the preview of `criteria`.
+    void smartRangeClick(std::int64_t criteria);
+    // Recomputes the preview for `criteria` on a worker thread.
+    // isUpdatingPreview() holds while any preview runs; of overlapping
+    // previews the last to finish is the one kept.
+    void smartRangeChangeCriteria(std::int64_t criteria);
+    // The same preview, computed on the calling thread.
+    void updateSmartRangePreview(std::int64_t criteria);
+    // The previewed items, sorted by name without regard to case.
+    std::vector<std::shared_ptr<TLSmartRangeItem>> smartRangePreview() const;
+    // Disables the create button and, on a worker thread, waits for the
+    // previews to finish before createSmartRange runs on the main thread.
+    // The future as for createSmartBinClick.
+    std::shared_future<EditResult> createSmartRangeClick(const TLBinNodePtr &selected);
+    // Adds every previewed item under the selected regular bin (or at the top
+    // level) and closes the sheet; with no items it adds nothing and still
+    // closes it. Refused (modal alert) when another kind is selected.
+    EditResult createSmartRange(const TLBinNodePtr &selected);
+    void cancelCreateSmartRange();
+
+    // Removes the selected nodes (in row order) with their subtrees, skipping
+    // media items, then reloads the whole outline.
+    void remove(const TLNodeList &selected);
+    // An edited name becomes the node's binName; the change count stays.
+    void setObjectValueForItem(const std::string &value, const TLBinNodePtr &item);
+    // A regular bin: edit its name. A range item: re-open the range sheet on
+    // its expression. Anything else (or null): nothing.
+    void outlineViewDoubleClick(const TLBinNodePtr &clicked);
+    // Extends the selection (given in row order) with the whole series of
+    // every selected range item, and posts "disableAddButtons" when there was
+    // one, else "enableAddButtons".
+    SelectionChange outlineViewSelectionDidChange(const TLNodeList &selected);
+    void enableAddButtons();
+    void disableAddButtons();
+    // The range items of `item`'s series, as they stand among its siblings;
+    // empty for a null node or another kind.
+    TLNodeList rangeSeriesOfItem(const TLBinNodePtr &item) const;
+
+    // Outline answers. A null item is the root: dataArray for the bins, the
+    // preview for the smart range outline.
+    std::size_t numberOfChildrenOfItem(const TLBinNodePtr &item, Outline outline = Outline::bins) const;
+    // Null past the last child.
+    TLBinNodePtr childOfItem(std::size_t index, const TLBinNodePtr &item, Outline outline = Outline::bins) const;
+    // Regular bins, smart bins and smart range items with at least one child.
+    static bool isItemExpandable(const TLBinNodePtr &item);
+    // shortName for a media item, binName otherwise; empty for null.
+    static std::string objectValueForItem(const TLBinNodePtr &item);
+    // By kind: "empty-bin-small", "bin-range-single", "smart-range-single",
+    // "smart-bin-small"; a media item shows its file's icon, or the "mov"
+    // type's without a path. A null item gets an empty image name.
+    static OutlineIcon iconForItem(const TLBinNodePtr &item);
+
+    // Menu validation: Command-S sends for a host project and saves for an
+    // xmeml file; opening a Final Cut Pro project needs it running.
+    MenuItemState validateUserInterfaceItem(MenuAction action, bool isFinalCutProRunning) const;
+
+    // Blocks until every command worker (smart bin builds, previews, smart
+    // range creations) has finished. The destructor calls it.
+    void waitForCommands();
 
     // ---- State ----
 
@@ -178,4 +364,30 @@ private:
     std::shared_ptr<std::atomic<bool>> m_saveRunning;
     std::thread m_sendThread;
     std::shared_ptr<std::atomic<bool>> m_sendRunning;
+
+    // MyDocumentCommands.cpp: the open sheet's lists (only one sheet is open
+    // at a time, and opening any sheet clears them all), the count of running
+    // previews behind isUpdatingPreview, and the command workers.
+    mutable std::mutex m_sheetMutex;
+    std::vector<std::string> m_rangePreviewNames;
+    TLFilterList m_smartBinFilterArray;
+    std::vector<std::shared_ptr<TLSmartRangeItem>> m_smartRangePreview;
+    std::mutex m_previewCountMutex;
+    int m_previewsRunning = 0;
+    struct CommandThread
+    {
+        std::jthread thread;
+        std::shared_ptr<std::atomic<bool>> finished;
+    };
+    std::mutex m_commandThreadsMutex;
+    // Last, so that even without waitForCommands() the workers are joined
+    // before any other member goes away.
+    std::vector<CommandThread> m_commandThreads;
+    void startCommandThread(std::function<void()> work);
+    void beginPreview();
+    void endPreview();
+    void computeSmartRangePreview(std::int64_t criteria, const std::shared_ptr<TLFCPProjectController> &controller);
+    std::shared_ptr<TLFCPProjectController> controllerForResolution() const;
+    TLNodeList siblingsOfItem(const TLBinNodePtr &item) const;
+    void clearSheetLists();
 };

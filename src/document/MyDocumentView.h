@@ -3,6 +3,7 @@
 
 #include "TLBinNode.h"
 
+#include <cstddef>
 #include <string>
 
 // The window side of a document: the outline of the bin tree, the sheets and
@@ -33,5 +34,43 @@ public:
     virtual void endProgress() {}
     virtual void updateProgressLabel(const std::string & /*text*/) {}
 
-    // Sheets, spinners and previews are added here by the editing commands.
+    // Selection and add buttons of the bin outline.
+    // Adds the nodes' rows to the selection, keeping what is selected.
+    virtual void extendSelection(const TLNodeList & /*nodes*/) {}
+    // Posts the named notification with the outline as its object.
+    virtual void postNotification(const std::string & /*name*/) {}
+    // Enables, or disables, the four add buttons together.
+    virtual void setAddButtonsEnabled(bool /*enabled*/) {}
+
+    // The range sheet: the expression field, the preview table (its rows
+    // are MyDocument::rangePreviewNames()) and the count text.
+    virtual void showRangeSheet() {}
+    virtual void closeRangeSheet() {}
+    virtual void setRangeExpressionText(const std::string & /*expression*/) {}
+    virtual void reloadRangePreview() {}
+    virtual void setRangeCountText(const std::string & /*text*/) {}
+
+    // The smart bin sheet: its table of filter rows
+    // (MyDocument::smartBinFilterArray()) and its spinner.
+    virtual void showSmartBinSheet() {}
+    virtual void closeSmartBinSheet() {}
+    // The sheet as a window handle, for alerts shown on it; null for none.
+    virtual void *smartBinSheetHandle() const { return nullptr; }
+    virtual void reloadSmartBinTable() {}
+    // Starts editing the text cell of the row.
+    virtual void editSmartBinFilterText(std::size_t /*row*/) {}
+    // Ends an edit in progress in the table, handing its value over first.
+    virtual void endSmartBinEditing() {}
+    virtual void startSmartBinSpinner() {}
+    virtual void stopSmartBinSpinner() {}
+
+    // The smart range sheet: its preview outline (rows from MyDocument's
+    // outline answers for Outline::smartRangePreview), spinner and create
+    // button.
+    virtual void showSmartRangeSheet() {}
+    virtual void closeSmartRangeSheet() {}
+    virtual void reloadSmartRangePreview() {}
+    virtual void startSmartRangeSpinner() {}
+    virtual void stopSmartRangeSpinner() {}
+    virtual void setSmartRangeCreateEnabled(bool /*enabled*/) {}
 };
