@@ -1,6 +1,7 @@
 // Loading a project's xmeml from its sources and answering queries on it.
 #include "TLFCPProjectController.h"
 
+#include "TLAlert.h"
 #include "TLFormat.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
@@ -223,8 +224,6 @@ TLFCPProjectController::TLFCPProjectController(TLProjectSources sources)
         m_sources.premiere = TLPremiereBridge::unavailable();
     if (!m_sources.fileWaiting)
         m_sources.fileWaiting = TLFileWaiting::standard();
-    if (!m_sources.alertPresenter)
-        m_sources.alertPresenter = TLAlertPresenter::standardError();
 }
 
 TLFCPProjectController::~TLFCPProjectController() = default;
@@ -280,11 +279,14 @@ bool TLFCPProjectController::loadXMLFromPremiere(const std::string &path)
 
         auto bytes = readRegularFile(exportPath);
         if (!bytes || bytes->size == 0) {
-            m_sources.alertPresenter->alertSheetWithMessageText(
-                "No XML data found",
+            // An alert of its own shows through this controller's presenter
+            // when it has one, else through the one in use.
+            TLAlert::alertSheetWithMessageText(
+                "No XML data found", std::nullopt, std::nullopt, std::nullopt,
                 "The project may have taken too long to load - wait until it has completely "
                 "loaded in Premiere and then load it in this application.",
-                nullptr);
+                nullptr, nullptr, std::nullopt, true,
+                std::make_shared<TLAlert>(m_sources.alertPresenter));
             return false;
         }
         m_document.reset();

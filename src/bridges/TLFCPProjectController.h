@@ -23,7 +23,7 @@
 // The hosts and services a controller obtains projects through. A member
 // left empty is replaced by its default: Final Cut Pro and Premiere Pro
 // report that they are not available, file waits wait on the real file
-// system, alerts go to standard error.
+// system, alerts go to the presenter in use (TLAlert::presenter()).
 struct TLProjectSources
 {
     std::shared_ptr<TLFinalCutProBridge> finalCutPro;
