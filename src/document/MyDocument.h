@@ -110,24 +110,85 @@ public:
     bool documentCanQuit();
 
     // ---- Generation and send (MyDocumentGeneration.cpp) ----
+    //
+    // Generation writes into the model and the project, for good: a node
+    // with an identifier field that has none gets a fresh one (so the next
+    // send replaces the bins of this one), and every clip element copied
+    // into a bin, like the updatebehavior child of an earlier bin's children
+    // element, gets the text "replaceoradd". Names are written as they
+    // stand, without escaping; the host's own escaping applies on a send,
+    // and a merge leaves out a bin whose text does not parse.
 
-    // The whole xmeml text of the tree: header, one bin per top-level node,
-    // "</xmeml>", on one line.
+    // The whole xmeml text of the tree, on one line:
+    // <?xml version="1.0" encoding="UTF-8"?><!DOCTYPE xmeml><xmeml version="N">
+    // with N the Final Cut Pro bridge's maximumXMEMLVersion, the bin element
+    // of every top-level node in order, then "</xmeml>". An empty tree gives
+    // the header and "</xmeml>". Logged as "Output: <text>".
     std::string generateXMLOutput();
-    // The text of one node's bin element (assigning identifiers on first use).
+
+    // The text of one node's bin element: "<bin><uuid>ID</uuid>
+    // <updatebehavior>replaceoradd</updatebehavior><name>NAME</name>
+    // <children>" (without the breaks), the children, then the text content
+    // of the children element of the node's earlier bin in the project (when
+    // the node had an identifier and the project holds a bin with it), then
+    // "</children></bin>". A regular bin writes the bins of its children
+    // and gets a new identifier every time; a smart bin or smart range item
+    // writes the project's clip element of each media item child (items
+    // whose clip is gone are left out); a range item writes no children.
+    // Without a project controller nothing earlier and no clip is found.
+    // A null node gives "".
     std::string generateXMLForObjectAndChildren(const TLBinNodePtr &node);
-    // Sets (or adds, as last child) the element's updatebehavior text; the
-    // same element is returned.
+
+    // Sets the text of the element's first updatebehavior child to
+    // `behavior`, or appends a new updatebehavior child with that text as
+    // the element's last child when it has none. Returns `element`; an empty
+    // handle is returned unchanged.
     static pugi::xml_node setUpdateBehavior(std::string_view behavior, pugi::xml_node element);
-    // Detaches the project's earlier bin element of `node`, if any.
+
+    // For a node with an identifier field: logs "bin: <element>" with the
+    // project's bin element of that identifier ("bin: (null)" when there is
+    // none) and removes that element from the project document. Regular
+    // bins (no such field), null nodes and a missing controller do nothing.
     void removeXMLElementAndChildren(const TLBinNodePtr &node);
-    // Merges the whole tree into the project document.
+
+    // Merges the whole tree into the project document, as an xmeml save
+    // writes it. Logs "Adding bins to XML...". Makes a controller when there
+    // is none and gives it an empty xmeml document when it has no root.
+    // Every top-level bin text that parses as one element is kept; one that
+    // does not is logged as "Error creating bin: <reason>" and left out.
+    // Then the earlier bins of the top-level nodes are removed (see
+    // removeXMLElementAndChildren), and the kept bins appended in order to
+    // the first xmeml/project/children element; without one nothing is
+    // appended (the removals stand). Earlier regular bins are never
+    // replaced: each merge adds them afresh. Afterwards the controller's
+    // clips and master-clip table are collected again from the merged
+    // document, since removed bins may have held some of them.
     void addBinsToXML();
-    // The send command: runs sendToFCPOnThread on a thread of its own.
+
+    // The send command: starts sendToFCPOnThread on a thread of its own and
+    // returns at once. Sends are not serialised: one started while another
+    // runs goes ahead beside it.
     void sendToFCP();
-    // The send pipeline, on the calling thread.
+
+    // The send pipeline, on the calling thread (a Final Cut Pro project's
+    // save sends this way). Logs "Sending to Premiere Pro..." or "Sending
+    // to Final Cut Pro...", marks the document clean, shows the progress
+    // sheet (labels "Generating bin list...", "Sending to Final Cut Pro...",
+    // "Finishing..."; every view call goes through the main thread) and
+    // generates the text. A Premiere Pro project then gets the whole project
+    // document (not the text) written next to the project file as
+    // "<project path without extension>-Corvale.xml" (made unique); once
+    // written the Premiere Pro bridge's openFCPXML gets that file, which is
+    // removed one second later; a failed write (or no project path or
+    // document) hands nothing over. Otherwise the Final Cut Pro bridge's
+    // sendXMLToFCP gets the text and the project path (nullopt when there is
+    // none), and its answer is not examined. With a project path the bin
+    // tree is then stored in its settings file, identifiers included, and
+    // the progress sheet hidden. An exception is logged and ends the send.
     void sendToFCPOnThread();
-    // Blocks until the last background send (if any) has finished.
+
+    // Blocks until every background send started so far has finished.
+    // Call it on the thread that calls sendToFCP.
     void waitForSend();
 
     // ---- Editing commands and outline answers (MyDocumentCommands.cpp,
@@ -365,6 +426,15 @@ private:
     std::thread m_sendThread;
     std::shared_ptr<std::atomic<bool>> m_sendRunning;
 
+    // MyDocumentGeneration.cpp: sends started before the latest one and
+    // still running then (sends may overlap); waitForSend joins them too.
+    std::vector<std::thread> m_earlierSendThreads;
+    // The hosts of the document's project sources, or their stand-ins.
+    std::shared_ptr<TLFinalCutProBridge> finalCutProBridge() const;
+    std::shared_ptr<TLPremiereBridge> premiereBridge() const;
+    void runSendSteps();
+    void sendToPremiere(const std::string &projectPath);
+
     // MyDocumentCommands.cpp: the open sheet's lists (only one sheet is open
     // at a time, and opening any sheet clears them all), the count of running
     // previews behind isUpdatingPreview, and the command workers.
@@ -389,5 +459,14 @@ private:
     void computeSmartRangePreview(std::int64_t criteria, const std::shared_ptr<TLFCPProjectController> &controller);
     std::shared_ptr<TLFCPProjectController> controllerForResolution() const;
     TLNodeList siblingsOfItem(const TLBinNodePtr &item) const;
+    void reloadItemOrOutline(const TLBinNodePtr &item);
     void clearSheetLists();
+
+    // MyDocument.cpp: guards m_saveThread and m_saveRunning, so that a save
+    // can be checked for and started as one step.
+    mutable std::mutex m_saveMutex;
+    // Starts a background save; false when one still runs.
+    bool startSaveThread(const MyDocumentSaveRequest &request);
+    // Merges, serialises and writes the project; "" or the reason it failed.
+    std::string writeProjectFile(const std::string &path);
 };

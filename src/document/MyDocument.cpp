@@ -1,0 +1,521 @@
+// Opening a project, restoring and storing its bin tree, saving an xmeml
+// file in the background, and the document's own state.
+#include "MyDocument.h"
+
+#include "TLAlert.h"
+#include "TLAtomicFile.h"
+#include "TLException.h"
+#include "TLFinderInfo.h"
+#include "TLKeyedArchiver.h"
+#include "TLKeyedUnarchiver.h"
+#include "TLLocalPaths.h"
+#include "TLLog.h"
+#include "TLPropertyList.h"
+#include "TLSmartBin.h"
+#include "TLSmartBinParser.h"
+#include "TLSmartRangeItem.h"
+#include "TLSmartRangeParser.h"
+
+#include <pugixml.hpp>
+
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <unordered_set>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view settingsFolderName = "/Quillmoor/Tessaline/Corvale/Project Settings";
+constexpr std::string_view settingsDataKey = "data";
+constexpr std::string_view finalCutProProjectType = "Final Cut Pro Project";
+constexpr std::string_view binUUIDsQuery = ".//bin/uuid[1]";
+
+using UUIDSet = std::unordered_set<std::string>;
+
+// The last component of a path the way macOS names it: trailing slashes do
+// not count, and the root is "/".
+std::string lastPathComponent(std::string_view path)
+{
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    if (path == "/")
+        return std::string(path);
+    const std::size_t slash = path.rfind('/');
+    return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+std::string lowercasedExtension(const std::string &path)
+{
+    const std::string name = lastPathComponent(path);
+    const std::size_t dot = name.rfind('.');
+    // A leading dot makes a hidden file, not an extension.
+    if (dot == std::string::npos || dot == 0)
+        return {};
+    std::string extension = name.substr(dot + 1);
+    for (char &character : extension) {
+        if (character >= 'A' && character <= 'Z')
+            character = char(character - 'A' + 'a');
+    }
+    return extension;
+}
+
+bool isFinalCutProProject(const std::string &path)
+{
+    if (lowercasedExtension(path) == "fcp")
+        return true;
+    return TLFinderInfo::typeCode(path) == TLFinderInfo::finalCutProProjectType;
+}
+
+// An xmeml file exported from a sequence instead of the whole project holds
+// nothing the bins could be made of.
+bool holdsOnlyASequence(const TLFCPProjectController &controller)
+{
+    const pugi::xml_document *document = controller.xmlDoc();
+    if (!document)
+        return false;
+    return std::string_view(document->document_element().first_child().name()) == "sequence";
+}
+
+// Lists for the log are kept to one short line: a tree with large smart bins
+// would otherwise write every clip of the project.
+std::string describeStrings(const std::vector<std::string> &strings)
+{
+    std::string text = "(";
+    for (std::size_t index = 0; index < strings.size(); ++index) {
+        if (index > 0)
+            text += ", ";
+        text += strings[index];
+    }
+    return text + ")";
+}
+
+std::string describeNode(const TLBinNode &node)
+{
+    std::string text(node.className());
+    text += " \"" + node.displayName() + "\"";
+    if (const std::optional<std::string> uuid = node.uuid())
+        text += " " + *uuid;
+    if (node.hasChildren())
+        text += ", " + std::to_string(node.children()->size()) + " children";
+    return text;
+}
+
+std::string describeNodes(const TLNodeList &nodes)
+{
+    std::string text = "(";
+    for (std::size_t index = 0; index < nodes.size(); ++index) {
+        if (index > 0)
+            text += "; ";
+        text += nodes[index] ? describeNode(*nodes[index]) : "null";
+    }
+    return text + ")";
+}
+
+// A node with an identifier field survives only while the project still
+// holds a bin with that identifier; an unset identifier never matches.
+bool isGoneFromProject(const TLBinNode &node, const UUIDSet &uuids)
+{
+    if (!node.hasUuid())
+        return false;
+    const std::optional<std::string> uuid = node.uuid();
+    return !uuid || !uuids.contains(*uuid);
+}
+
+TLNodeList filterNodes(const TLNodeList &nodes, const UUIDSet &uuids)
+{
+    TLNodeList kept;
+    kept.reserve(nodes.size());
+    for (const TLBinNodePtr &node : nodes) {
+        if (!node || isGoneFromProject(*node, uuids))
+            continue;
+        if (node->hasChildren())
+            node->setChildren(filterNodes(*node->children(), uuids));
+        kept.push_back(node);
+    }
+    return kept;
+}
+
+TLNodeList asNodes(const TLMediaItemList &items)
+{
+    return TLNodeList(items.begin(), items.end());
+}
+
+// A saved top-level smart range is made again from the current clips; false
+// when it no longer collects any clip. A clip that cannot be found again
+// (see TLSmartRangeParser) leaves the saved node as it was.
+bool resolveSmartRange(TLSmartRangeItem &item, const TLFCPProjectController &controller)
+{
+    TLNodeList children;
+    try {
+        children = TLSmartRangeParser::arrayForCriteria(item.criteria(), item.binName(), controller);
+    } catch (...) {
+        TLException::logException(std::current_exception(), "MyDocument::loadSettingsForProject");
+        return true;
+    }
+    if (children.empty())
+        return false;
+    item.setChildren(std::move(children));
+    return true;
+}
+
+// The top level of a restored tree: gone bins dropped, smart bins and
+// smart ranges resolved anew, and below that only the identifier filter.
+TLNodeList restoredTopLevel(const TLNodeList &saved, const UUIDSet &uuids, const TLFCPProjectController &controller)
+{
+    TLNodeList restored;
+    restored.reserve(saved.size());
+    for (const TLBinNodePtr &node : saved) {
+        if (!node || isGoneFromProject(*node, uuids))
+            continue;
+        if (node->kind() == TLBinNodeKind::regularBin) {
+            node->setChildren(filterNodes(*node->children(), uuids));
+        } else if (auto smartBin = std::dynamic_pointer_cast<TLSmartBin>(node)) {
+            smartBin->setChildren(asNodes(TLSmartBinParser::arrayFromFilterArray(
+                *smartBin->filterArray(), smartBin->binName(), smartBin->matchType(), controller)));
+        } else if (auto smartRange = std::dynamic_pointer_cast<TLSmartRangeItem>(node)) {
+            if (!resolveSmartRange(*smartRange, controller))
+                continue;
+        }
+        restored.push_back(node);
+    }
+    return restored;
+}
+
+// Receives pugixml's output straight into the text that is written, so the
+// project exists once as a tree and once as text, never more.
+class StringWriter final : public pugi::xml_writer
+{
+public:
+    explicit StringWriter(std::string &output) : m_output(output) {}
+    void write(const void *data, size_t size) override { m_output.append(static_cast<const char *>(data), size); }
+
+private:
+    std::string &m_output;
+};
+
+// Room for the whole text at once: the file the project came from, with a
+// margin for indentation that the original may not have had. Reserved pages
+// that are never written cost no memory.
+std::size_t expectedTextSize(const std::string &originalPath)
+{
+    std::error_code error;
+    const std::uintmax_t size = originalPath.empty() ? 0 : std::filesystem::file_size(originalPath, error);
+    if (error)
+        return 64 * 1024;
+    return std::size_t(size + size / 4 + 64 * 1024);
+}
+
+// The project as indented text, one element to a line, with a UTF-8
+// declaration and the document type Final Cut Pro expects. Declarations and
+// document types already in the tree are replaced by these.
+std::string prettyPrinted(const pugi::xml_document &document, std::size_t expectedSize)
+{
+    std::string text;
+    text.reserve(expectedSize);
+    text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    if (const pugi::xml_node root = document.document_element())
+        text += "<!DOCTYPE " + std::string(root.name()) + ">\n";
+    StringWriter writer(text);
+    for (const pugi::xml_node &node : document.children()) {
+        if (node.type() == pugi::node_declaration || node.type() == pugi::node_doctype)
+            continue;
+        node.print(writer, "\t", pugi::format_indent, pugi::encoding_utf8);
+    }
+    return text;
+}
+
+} // namespace
+
+// ---- Life cycle and state ----
+
+MyDocument::MyDocument(MyDocumentServices services)
+    : m_services(std::move(services)), m_dataArray(std::make_shared<const TLNodeList>())
+{
+    if (!m_services.mainThread)
+        m_services.mainThread = TLMainThread::shared();
+    if (!m_services.view)
+        m_services.view = std::make_shared<MyDocumentView>();
+}
+
+MyDocument::~MyDocument()
+{
+    // The workers read this document; none may outlive it.
+    try {
+        waitForCommands();
+        waitForSend();
+        waitForSave();
+    } catch (...) {
+        TLException::logException(std::current_exception(), "MyDocument::~MyDocument");
+    }
+}
+
+std::string MyDocument::fileURL() const
+{
+    const std::lock_guard lock(m_stateMutex);
+    return m_fileURL;
+}
+
+void MyDocument::setFileURL(std::string path)
+{
+    const std::lock_guard lock(m_stateMutex);
+    m_fileURL = std::move(path);
+}
+
+TLNodeListPtr MyDocument::dataArray() const
+{
+    const std::lock_guard lock(m_stateMutex);
+    return m_dataArray;
+}
+
+void MyDocument::setDataArray(TLNodeList dataArray)
+{
+    auto list = std::make_shared<const TLNodeList>(std::move(dataArray));
+    const std::lock_guard lock(m_stateMutex);
+    m_dataArray.swap(list);
+}
+
+std::shared_ptr<TLFCPProjectController> MyDocument::mediaController() const
+{
+    const std::lock_guard lock(m_stateMutex);
+    return m_mediaController;
+}
+
+void MyDocument::setMediaController(std::shared_ptr<TLFCPProjectController> controller)
+{
+    const std::lock_guard lock(m_stateMutex);
+    m_mediaController.swap(controller);
+}
+
+void MyDocument::onMainThread(std::function<void()> work) const
+{
+    mainThread().performAndWait(std::move(work));
+}
+
+// ---- Opening and settings ----
+
+bool MyDocument::readFromURL(const std::string &path, std::string_view /*type*/)
+{
+    setFileURL(path);
+    auto controller = std::make_shared<TLFCPProjectController>(m_services.projectSources);
+    setMediaController(controller);
+
+    const bool isProject = isFinalCutProProject(path);
+    const bool loaded = isProject ? controller->loadXMLFromFCP(path) : controller->setXmlDocFromFilePath(path);
+    m_isFCPProject = isProject;
+    // Opening always stands for a Final Cut Pro project or a file, never for
+    // a Premiere Pro project, whatever the document was before.
+    m_isPremiereProject = false;
+    TLLog::appendLog(isProject ? "Is FCP project" : "Is XML file");
+
+    if (!isProject && holdsOnlyASequence(*controller)) {
+        TLAlert::alertSheetWithMessageText(
+            "This file is incompatible with Corvale",
+            "Corvale only operates on files in your browser. This XML file only contains a sequence and will not "
+            "work with Corvale. Please export an XML copy of your entire project rather than a single sequence.",
+            nullptr);
+        setMediaController(nullptr);
+        return false;
+    }
+
+    controller->collectClipsAndMasterClipPaths();
+    loadSettingsForProject(path);
+    return loaded;
+}
+
+std::optional<std::string> MyDocument::settingsPathForProject(const std::string &projectPath)
+{
+    const std::optional<std::string> support = TLLocalPaths::appSupportDirectory(true);
+    const std::string name = lastPathComponent(projectPath);
+    if (!support || name.empty() || name == "/")
+        return std::nullopt;
+    return *support + std::string(settingsFolderName) + "/" + name + ".plist";
+}
+
+void MyDocument::loadSettingsForProject(const std::string &path)
+{
+    const std::optional<std::string> settingsPath = settingsPathForProject(path);
+    if (!settingsPath)
+        return;
+    std::error_code ignored;
+    if (!std::filesystem::exists(*settingsPath, ignored))
+        return;
+    // A damaged file is left exactly where it is: the user may want it back,
+    // and it is only replaced by the next save.
+    const std::optional<std::string> data = TLPropertyList::fromFile(*settingsPath).dataForKey(settingsDataKey);
+    std::string reason = "no archive under \"data\"";
+    const std::optional<TLNodeList> saved =
+        data ? TLKeyedUnarchiver::unarchiveObjectWithData(*data, reason) : std::nullopt;
+    if (!saved) {
+        TLLog::appendLog("Ignoring the unreadable settings file %@: %@", *settingsPath, reason);
+        return;
+    }
+    if (saved->empty())
+        return;
+
+    std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    if (!controller)
+        controller = std::make_shared<TLFCPProjectController>(m_services.projectSources);
+    const std::vector<std::string> uuidList = controller->stringValuesForQuery(binUUIDsQuery);
+    TLLog::appendLog("bin uuids: %@", describeStrings(uuidList));
+    TLLog::appendLog("binArray: %@", describeNodes(*saved));
+    TLLog::appendLog("binarray count: %i", saved->size());
+
+    const UUIDSet uuids(uuidList.begin(), uuidList.end());
+    setDataArray(restoredTopLevel(*saved, uuids, *controller));
+    onMainThread([this] { view().reloadOutline(); });
+}
+
+TLNodeList MyDocument::filterBinArray(const TLNodeList &array, const std::vector<std::string> &uuids)
+{
+    return filterNodes(array, UUIDSet(uuids.begin(), uuids.end()));
+}
+
+bool MyDocument::storeSettingsForProject(const std::string &projectPath)
+{
+    const std::optional<std::string> settingsPath = settingsPathForProject(projectPath);
+    if (!settingsPath)
+        return false;
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(*settingsPath).parent_path(), error);
+    if (error) {
+        TLLog::appendLog("Cannot make the settings folder for %@: %@", *settingsPath, error.message());
+        return false;
+    }
+    const TLNodeListPtr tree = dataArray();
+    const std::optional<std::string> archive = TLKeyedArchiver::archivedDataWithRootObject(*tree);
+    TLLog::appendLog("output data: %@", describeNodes(*tree));
+    if (!archive)
+        return false;
+    // The dictionary is written as XML, as macOS writes it; the archive
+    // inside stays binary data.
+    TLPropertyList settings = TLPropertyList::newDictionary();
+    if (!settings.setDataForKey(settingsDataKey, *archive))
+        return false;
+    const std::string failure = settings.writeToFile(*settingsPath, TLPropertyList::Format::XML);
+    if (!failure.empty()) {
+        TLLog::appendLog("Cannot store the settings: %@", failure);
+        return false;
+    }
+    return true;
+}
+
+// ---- Saving ----
+
+bool MyDocument::writeSafelyToURL(const std::string &path, std::string_view type, int saveOperation)
+{
+    if (type == finalCutProProjectType) {
+        sendToFCPOnThread();
+        return false;
+    }
+    const MyDocumentSaveRequest request{path, saveOperation};
+    if (m_isQuitting && !isSaving()) {
+        // The application ends right after this save: it must not run on a
+        // thread that the exit would cut short.
+        writeToURLOnThread(request);
+        return true;
+    }
+    if (m_isQuitting || !startSaveThread(request)) {
+        TLAlert::alertSheetWithMessageText("Unable to save", "A save operation is already in progress.",
+                                           view().windowHandle());
+        return false;
+    }
+    return true;
+}
+
+bool MyDocument::startSaveThread(const MyDocumentSaveRequest &request)
+{
+    const std::lock_guard lock(m_saveMutex);
+    if (m_saveRunning && *m_saveRunning)
+        return false;
+    // The last save has ended (its flag is the thread's last act), so this
+    // join returns at once.
+    if (m_saveThread.joinable())
+        m_saveThread.join();
+    auto running = std::make_shared<std::atomic<bool>>(true);
+    m_saveRunning = running;
+    m_saveThread = std::thread([this, request, running] {
+        try {
+            writeToURLOnThread(request);
+        } catch (...) {
+            TLException::logException(std::current_exception(), "MyDocument::writeToURLOnThread");
+        }
+        *running = false;
+    });
+    return true;
+}
+
+bool MyDocument::isSaving() const
+{
+    const std::lock_guard lock(m_saveMutex);
+    return m_saveRunning && *m_saveRunning;
+}
+
+void MyDocument::waitForSave()
+{
+    std::thread thread;
+    {
+        const std::lock_guard lock(m_saveMutex);
+        thread.swap(m_saveThread);
+    }
+    if (thread.joinable()) {
+        thread.join();
+        return;
+    }
+    // Another caller took the thread to join it; wait for the same end.
+    while (isSaving())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+bool MyDocument::writeToURLOnThread(const MyDocumentSaveRequest &request)
+{
+    TLLog::appendLog("Saving on main thread: %i", mainThread().isMainThread());
+    onMainThread([this] {
+        view().updateProgressLabel("Generating bin list...");
+        view().startProgress();
+    });
+    const std::string failure = writeProjectFile(request.url);
+    if (!failure.empty()) {
+        void *window = nullptr;
+        onMainThread([this, &window] {
+            view().endProgress();
+            window = view().windowHandle();
+        });
+        TLAlert::alertSheetWithMessageText("Error writing file", failure, window);
+        return false;
+    }
+    // Type codes are a courtesy to other tools; a file system without
+    // extended attributes loses nothing that matters.
+    (void)TLFinderInfo::setTypeAndCreatorCode(request.url, TLFinderInfo::xmlType, TLFinderInfo::finalCutProCreator);
+    storeSettingsForProject(request.url);
+    updateChangeCountCleared();
+    onMainThread([this] { view().endProgress(); });
+    return true;
+}
+
+std::string MyDocument::writeProjectFile(const std::string &path)
+{
+    try {
+        addBinsToXML();
+        const std::shared_ptr<TLFCPProjectController> controller = mediaController();
+        if (!controller || !controller->xmlDoc())
+            return "There is no project to write.";
+        std::string text = prettyPrinted(*controller->xmlDoc(), expectedTextSize(fileURL()));
+        onMainThread([this] { view().updateProgressLabel("Writing file..."); });
+        return TLAtomicFile::writeContents(path, text);
+    } catch (const std::exception &exception) {
+        TLException::logException(exception, "MyDocument::writeToURLOnThread");
+        return exception.what();
+    }
+}
+
+bool MyDocument::documentCanQuit()
+{
+    m_isQuitting = true;
+    if (isSaving())
+        return false;
+    return !isDocumentEdited();
+}
