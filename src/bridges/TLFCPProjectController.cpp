@@ -416,6 +416,17 @@ void TLFCPProjectController::setXmlDoc(std::unique_ptr<pugi::xml_document> docum
     m_document = std::move(document);
 }
 
+void TLFCPProjectController::setEmptyXMEMLDoc()
+{
+    guarded("TLFCPProjectController::setEmptyXMEMLDoc", 0, [&] {
+        auto document = std::make_unique<pugi::xml_document>();
+        pugi::xml_node root = document->append_child("xmeml");
+        root.append_attribute("version").set_value(m_sources.finalCutPro->maximumXMEMLVersion());
+        setXmlDoc(std::move(document));
+        return 0;
+    });
+}
+
 void TLFCPProjectController::setClips(TLXMLNodeList clips)
 {
     m_clips = std::move(clips);

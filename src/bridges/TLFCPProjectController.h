@@ -125,6 +125,11 @@ public:
     const pugi::xml_document *xmlDoc() const { return m_document.get(); }
     // Replaces the document; null leaves the controller without one.
     void setXmlDoc(std::unique_ptr<pugi::xml_document> document);
+    // Replaces the document with an empty xmeml document: a lone root
+    // <xmeml version="N"/>, N being the Final Cut Pro bridge's
+    // maximumXMEMLVersion. It has no project, so bins merged into it find no
+    // place to go. Clips and table are left as they are (see clips()).
+    void setEmptyXMEMLDoc();
 
     // The project's clip elements. A load does not change them: they keep
     // referring to the previous document, which stays alive for them, until

@@ -5,24 +5,36 @@
 
 namespace {
 
+// Final Cut Pro 7, the version assumed when none can be read, takes xmeml 5.
+constexpr int newestXMEMLVersion = 5;
+
 class TLUnavailableFinalCutProBridge final : public TLFinalCutProBridge
 {
 public:
     std::optional<std::string> getProjectXML(const std::string &, bool) override
     {
-        return reportUnavailable();
+        reportUnavailable();
+        return std::nullopt;
     }
 
     std::optional<std::string> getTOCData(const std::string &, bool) override
     {
-        return reportUnavailable();
+        reportUnavailable();
+        return std::nullopt;
+    }
+
+    int maximumXMEMLVersion() override { return newestXMEMLVersion; }
+
+    bool sendXMLToFCP(const std::string &, const std::optional<std::string> &) override
+    {
+        reportUnavailable();
+        return false;
     }
 
 private:
-    static std::optional<std::string> reportUnavailable()
+    static void reportUnavailable()
     {
         std::fputs("Final Cut Pro is not available on this system.\n", stderr);
-        return std::nullopt;
     }
 };
 

@@ -1,6 +1,7 @@
-// What the project controller needs from Final Cut Pro: a project's xmeml
-// and its table of contents, fetched through the application's automation
-// interface. The Apple Events bridge implements it where Final Cut Pro runs.
+// What the application needs from Final Cut Pro: a project's xmeml and its
+// table of contents, the xmeml version to write, and the import of bins,
+// all through the application's automation interface. The Apple Events
+// bridge implements it where Final Cut Pro runs.
 #pragma once
 
 #include <memory>
@@ -22,8 +23,22 @@ public:
     // Final Cut Pro wrote them. nullopt or empty when it could not be had.
     virtual std::optional<std::string> getTOCData(const std::string &path, bool launchFCP) = 0;
 
-    // A bridge for systems without Final Cut Pro: every fetch writes
-    // "Final Cut Pro is not available on this system." to standard error
-    // and returns nullopt.
+    // The highest xmeml version (1 to 5) that the installed Final Cut Pro
+    // accepts, the version written into generated xmeml.
+    virtual int maximumXMEMLVersion() = 0;
+
+    // Hands `xml` (a whole xmeml text) to Final Cut Pro for import into the
+    // project at `projectPath`, or into whatever project Final Cut Pro takes
+    // as the current one when that is nullopt. True when Final Cut Pro
+    // received it, which says nothing about whether the import worked.
+    // Blocks the caller for as long as Final Cut Pro takes (up to minutes).
+    virtual bool sendXMLToFCP(const std::string &xml, const std::optional<std::string> &projectPath) = 0;
+
+    // A bridge for systems without Final Cut Pro: every fetch and send
+    // writes "Final Cut Pro is not available on this system." to standard
+    // error and returns nullopt or false. maximumXMEMLVersion answers 5, the
+    // newest version: the answer for a Final Cut Pro whose version cannot be
+    // read is that of version 7, and the newest format is also what other
+    // xmeml readers expect.
     static std::shared_ptr<TLFinalCutProBridge> unavailable();
 };

@@ -10,6 +10,7 @@ class TLUnavailablePremiereBridge final : public TLPremiereBridge
 public:
     void openProject(const std::string &) override { reportUnavailable(); }
     void exportFCPXML(const std::string &) override { reportUnavailable(); }
+    void openFCPXML(const std::string &) override { reportUnavailable(); }
 
 private:
     static void reportUnavailable()

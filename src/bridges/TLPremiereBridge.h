@@ -1,6 +1,7 @@
-// What the project controller needs from Premiere Pro: opening a project and
-// exporting it as xmeml, both through Premiere Pro's scripting interface.
-// The scripting bridge implements it where Premiere Pro runs.
+// What the application needs from Premiere Pro: opening a project, exporting
+// it as xmeml and importing an xmeml file, all through Premiere Pro's
+// scripting interface. The scripting bridge implements it where Premiere Pro
+// runs.
 #pragma once
 
 #include <memory>
@@ -20,6 +21,11 @@ public:
     // `path`. Returns once the request has run, which may be before the file
     // is complete: callers wait for the file itself.
     virtual void exportFCPXML(const std::string &path) = 0;
+
+    // Asks Premiere Pro (launching it when needed) to import the xmeml file
+    // at `path` into its open project. Reports nothing, and may return before
+    // Premiere Pro has read the file.
+    virtual void openFCPXML(const std::string &path) = 0;
 
     // A bridge for systems without Premiere Pro: every request writes
     // "Premiere Pro is not available on this system." to standard error and
