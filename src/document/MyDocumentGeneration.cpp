@@ -1,0 +1,366 @@
+// Writing the bin tree as xmeml, merging it into the project, and sending it.
+#include "MyDocument.h"
+
+#include "TLAtomicFile.h"
+#include "TLException.h"
+#include "TLFileManager.h"
+#include "TLFormat.h"
+#include "TLLog.h"
+#include "TLUUID.h"
+#include "TLXMLParser.h"
+
+#include <pugixml.hpp>
+
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view replaceOrAdd = "replaceoradd";
+constexpr std::string_view binType = "bin";
+constexpr std::string_view projectChildrenQuery = "./xmeml[1]/project[1]/children[1]";
+constexpr std::string_view premiereOutputSuffix = "-Corvale.xml";
+// Premiere Pro reads the file after the hand-over returns; it gets this long.
+constexpr auto premiereReadingTime = std::chrono::seconds(1);
+
+// Serialises pugixml output straight into the text being built, so clip
+// elements are never copied through a temporary string.
+class StringAppender final : public pugi::xml_writer
+{
+public:
+    explicit StringAppender(std::string &output) : m_output(output) {}
+    void write(const void *data, size_t size) override
+    {
+        m_output.append(static_cast<const char *>(data), size);
+    }
+
+private:
+    std::string &m_output;
+};
+
+// Replaces whatever the element holds with one text node.
+void setElementText(pugi::xml_node element, std::string_view text)
+{
+    element.remove_children();
+    element.append_child(pugi::node_pcdata).set_value(text.data(), text.size());
+}
+
+std::string serialised(pugi::xml_node node, unsigned int flags, const char *indent = "")
+{
+    std::string text;
+    StringAppender appender(text);
+    node.print(appender, indent, flags, pugi::encoding_utf8);
+    return text;
+}
+
+// Appends the bin elements of nodes to one growing text. The controller may
+// be null (nothing earlier, no clips).
+class BinWriter
+{
+public:
+    BinWriter(const TLFCPProjectController *controller, std::string &output)
+        : m_controller(controller), m_output(output)
+    {
+    }
+
+    void writeBin(TLBinNode &node)
+    {
+        pugi::xml_node earlier;
+        std::optional<std::string> uuid = node.uuid();
+        if (uuid && m_controller)
+            earlier = m_controller->nodeWithUUID(*uuid, binType);
+        if (!uuid) {
+            uuid = TLUUID::generateUUID();
+            // Kept by every kind with an identifier field; a regular bin
+            // refuses it and so gets a new identifier on every write.
+            node.setUuid(uuid);
+        }
+        m_output += "<bin><uuid>";
+        m_output += *uuid;
+        m_output += "</uuid><updatebehavior>replaceoradd</updatebehavior><name>";
+        m_output += node.binName();
+        m_output += "</name><children>";
+        const std::string earlierText = earlierChildrenText(earlier);
+        writeChildren(node);
+        m_output += earlierText;
+        m_output += "</children></bin>";
+    }
+
+private:
+    void writeChildren(TLBinNode &node)
+    {
+        switch (node.kind()) {
+        case TLBinNodeKind::regularBin:
+            for (const TLBinNodePtr &child : *node.children())
+                writeBin(*child);
+            return;
+        case TLBinNodeKind::smartBin:
+        case TLBinNodeKind::smartRangeItem:
+            writeClips(node);
+            return;
+        case TLBinNodeKind::binRangeItem:
+        case TLBinNodeKind::mediaItem:
+            return;
+        }
+    }
+
+    void writeClips(const TLBinNode &node)
+    {
+        if (!m_controller)
+            return;
+        StringAppender appender(m_output);
+        for (const TLBinNodePtr &child : *node.children()) {
+            if (child->kind() != TLBinNodeKind::mediaItem)
+                continue;
+            const std::optional<std::string> uuid = child->uuid();
+            const pugi::xml_node clip = uuid ? m_controller->clipNodeWithUUID(*uuid) : pugi::xml_node();
+            if (!clip)
+                continue;
+            MyDocument::setUpdateBehavior(replaceOrAdd, clip);
+            clip.print(appender, "", pugi::format_raw, pugi::encoding_utf8);
+        }
+    }
+
+    // The bare text of the earlier bin's children. Its updatebehavior is set
+    // in the project document first, so a later save keeps "replaceoradd".
+    static std::string earlierChildrenText(pugi::xml_node earlier)
+    {
+        const pugi::xml_node children = earlier.child("children");
+        if (!children)
+            return {};
+        if (const pugi::xml_node behavior = children.child("updatebehavior"))
+            setElementText(behavior, replaceOrAdd);
+        return TLXMLParser::stringValue(pugi::xpath_node(children));
+    }
+
+    const TLFCPProjectController *m_controller;
+    std::string &m_output;
+};
+
+// One bin text parsed on its own; nullopt (after logging why) when it is not
+// exactly one well-formed element.
+std::optional<pugi::xml_document> parsedBin(const std::string &text)
+{
+    std::optional<pugi::xml_document> bin(std::in_place);
+    const pugi::xml_parse_result result =
+        bin->load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+    if (!result) {
+        TLLog::appendLog("Error creating bin: %@",
+                         TLFormat::stringWithFormat("%s at offset %li", result.description(),
+                                                    static_cast<long>(result.offset)));
+        return std::nullopt;
+    }
+    // A name holding markup can close the bin early and open another one.
+    if (bin->first_child() != bin->last_child()) {
+        TLLog::appendLog("Error creating bin: %@", "text after the bin element");
+        return std::nullopt;
+    }
+    return bin;
+}
+
+// "/Projects/Spots.prproj" gives "/Projects/Spots-Corvale.xml", or a free
+// variant of it.
+std::string premiereOutputPath(const std::string &projectPath)
+{
+    std::filesystem::path path(projectPath);
+    path.replace_extension();
+    return TLFileManager::uniqueFilename(path.string() + std::string(premiereOutputSuffix));
+}
+
+} // namespace
+
+std::string MyDocument::generateXMLOutput()
+{
+    const std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    const TLNodeListPtr bins = dataArray();
+    std::string output;
+    output.reserve(16 * 1024);
+    output += TLFormat::stringWithFormat(
+        R"(<?xml version="1.0" encoding="UTF-8"?><!DOCTYPE xmeml><xmeml version="%i">)",
+        finalCutProBridge()->maximumXMEMLVersion());
+    BinWriter writer(controller.get(), output);
+    if (bins) {
+        for (const TLBinNodePtr &node : *bins)
+            writer.writeBin(*node);
+    }
+    output += "</xmeml>";
+    TLLog::appendLog("Output: %@", output);
+    return output;
+}
+
+std::string MyDocument::generateXMLForObjectAndChildren(const TLBinNodePtr &node)
+{
+    if (!node)
+        return {};
+    const std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    std::string output;
+    BinWriter(controller.get(), output).writeBin(*node);
+    return output;
+}
+
+pugi::xml_node MyDocument::setUpdateBehavior(std::string_view behavior, pugi::xml_node element)
+{
+    if (!element)
+        return element;
+    pugi::xml_node child = element.child("updatebehavior");
+    if (!child)
+        child = element.append_child("updatebehavior");
+    setElementText(child, behavior);
+    return element;
+}
+
+void MyDocument::removeXMLElementAndChildren(const TLBinNodePtr &node)
+{
+    const std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    if (!node || !node->hasUuid() || !controller)
+        return;
+    const std::optional<std::string> uuid = node->uuid();
+    const pugi::xml_node earlier = uuid ? controller->nodeWithUUID(*uuid, binType) : pugi::xml_node();
+    if (!earlier) {
+        TLLog::appendLog("bin: %@", nullptr);
+        return;
+    }
+    TLLog::appendLog("bin: %@", serialised(earlier, pugi::format_raw));
+    earlier.parent().remove_child(earlier);
+}
+
+void MyDocument::addBinsToXML()
+{
+    TLLog::appendLog("Adding bins to XML...");
+    std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    if (!controller) {
+        controller = std::make_shared<TLFCPProjectController>(m_services.projectSources);
+        setMediaController(controller);
+    }
+    if (!controller->xmlDoc() || !controller->xmlDoc()->document_element())
+        controller->setEmptyXMEMLDoc();
+
+    const TLNodeListPtr bins = dataArray();
+    const TLNodeList topLevel = bins ? *bins : TLNodeList();
+    // Every text is generated before anything is removed: generation reads
+    // the earlier bins that the removals take away.
+    std::vector<pugi::xml_document> parsed;
+    parsed.reserve(topLevel.size());
+    for (const TLBinNodePtr &node : topLevel) {
+        if (std::optional<pugi::xml_document> bin = parsedBin(generateXMLForObjectAndChildren(node)))
+            parsed.push_back(std::move(*bin));
+    }
+    for (const TLBinNodePtr &node : topLevel)
+        removeXMLElementAndChildren(node);
+
+    // pugixml frees removed elements at once, and the clip list and the
+    // master-clip table may point into them: they must be collected again
+    // before anyone reads them.
+    if (pugi::xml_node target = controller->firstNodeForQuery(projectChildrenQuery).node()) {
+        for (const pugi::xml_document &bin : parsed)
+            target.append_copy(bin.document_element());
+    }
+    controller->collectClipsAndMasterClipPaths();
+}
+
+void MyDocument::sendToFCP()
+{
+    if (m_sendThread.joinable()) {
+        if (m_sendRunning && *m_sendRunning)
+            m_earlierSendThreads.push_back(std::move(m_sendThread));
+        else
+            m_sendThread.join();
+    }
+    auto running = std::make_shared<std::atomic<bool>>(true);
+    m_sendRunning = running;
+    m_sendThread = std::thread([this, running] {
+        sendToFCPOnThread();
+        *running = false;
+    });
+}
+
+void MyDocument::waitForSend()
+{
+    for (std::thread &thread : m_earlierSendThreads)
+        thread.join();
+    m_earlierSendThreads.clear();
+    if (m_sendThread.joinable())
+        m_sendThread.join();
+}
+
+void MyDocument::sendToFCPOnThread()
+{
+    // No lock: sends may overlap, and the modal progress sheet is what keeps
+    // the user from editing the tree meanwhile.
+    try {
+        runSendSteps();
+    } catch (...) {
+        TLException::logException(std::current_exception(), "MyDocument::sendToFCPOnThread");
+    }
+    // Whatever happened, the sheet must not stay up over the window.
+    try {
+        onMainThread([this] { view().endProgress(); });
+    } catch (...) {
+        TLException::logException(std::current_exception(), "MyDocument::sendToFCPOnThread");
+    }
+}
+
+void MyDocument::runSendSteps()
+{
+    TLLog::appendLog(isPremiereProject() ? "Sending to Premiere Pro..." : "Sending to Final Cut Pro...");
+    updateChangeCountCleared();
+    onMainThread([this] { view().updateProgressLabel("Generating bin list..."); });
+    onMainThread([this] { view().startProgress(); });
+
+    const std::string projectPath = fileURL();
+    const std::string text = generateXMLOutput();
+    // Premiere Pro projects see this label too.
+    onMainThread([this] { view().updateProgressLabel("Sending to Final Cut Pro..."); });
+    if (isPremiereProject()) {
+        sendToPremiere(projectPath);
+    } else {
+        const std::optional<std::string> path =
+            projectPath.empty() ? std::nullopt : std::optional<std::string>(projectPath);
+        (void)finalCutProBridge()->sendXMLToFCP(text, path);
+    }
+
+    onMainThread([this] { view().updateProgressLabel("Finishing..."); });
+    // The settings get the identifiers that generation has just given out,
+    // so the next send replaces these bins.
+    if (!projectPath.empty())
+        (void)storeSettingsForProject(projectPath);
+}
+
+void MyDocument::sendToPremiere(const std::string &projectPath)
+{
+    // Premiere Pro imports the whole project, as it stands: the tree is not
+    // merged into it first.
+    const std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    if (projectPath.empty() || !controller || !controller->xmlDoc())
+        return;
+    const std::string outputPath = premiereOutputPath(projectPath);
+    const std::string contents = serialised(*controller->xmlDoc(), pugi::format_default, "\t");
+    if (!TLAtomicFile::writeContents(outputPath, contents).empty())
+        return;
+    premiereBridge()->openFCPXML(outputPath);
+    std::this_thread::sleep_for(premiereReadingTime);
+    TLFileManager::removeFile(outputPath);
+}
+
+std::shared_ptr<TLFinalCutProBridge> MyDocument::finalCutProBridge() const
+{
+    if (m_services.projectSources.finalCutPro)
+        return m_services.projectSources.finalCutPro;
+    static const std::shared_ptr<TLFinalCutProBridge> unavailable = TLFinalCutProBridge::unavailable();
+    return unavailable;
+}
+
+std::shared_ptr<TLPremiereBridge> MyDocument::premiereBridge() const
+{
+    if (m_services.projectSources.premiere)
+        return m_services.projectSources.premiere;
+    static const std::shared_ptr<TLPremiereBridge> unavailable = TLPremiereBridge::unavailable();
+    return unavailable;
+}
