@@ -31,6 +31,23 @@ std::string_view TLBinNode::className(TLBinNodeKind kind)
     return {};
 }
 
+std::string_view TLBinNode::iconName(TLBinNodeKind kind)
+{
+    switch (kind) {
+    case TLBinNodeKind::regularBin:
+        return "empty-bin-small";
+    case TLBinNodeKind::smartBin:
+        return "smart-bin-small";
+    case TLBinNodeKind::binRangeItem:
+        return "bin-range-single";
+    case TLBinNodeKind::smartRangeItem:
+        return "smart-range-single";
+    case TLBinNodeKind::mediaItem:
+        break;
+    }
+    return {};
+}
+
 bool TLBinNode::kindHasUuid(TLBinNodeKind kind)
 {
     return kind != TLBinNodeKind::regularBin;

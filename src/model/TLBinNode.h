@@ -56,6 +56,15 @@ public:
 
     // The text the outline shows: binName, or shortName for a media item.
     virtual std::string displayName() const;
+    // The name of the outline icon of a kind: "empty-bin-small",
+    // "smart-bin-small", "bin-range-single" or "smart-range-single"; empty
+    // for a media item, whose icon is that of its file (or of the "mov" file
+    // type when it has no path).
+    static std::string_view iconName(TLBinNodeKind kind);
+    std::string_view iconName() const { return iconName(kind()); }
+    // Whether the outline can expand the node: it holds children and has at
+    // least one.
+    bool isExpandable() const { return hasChildren() && !children()->empty(); }
 
     // The bin's name; empty when none was given. Media items have no bin
     // name (see TLMediaItem::shortName) and keep whatever is set here unused.

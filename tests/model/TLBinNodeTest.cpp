@@ -30,6 +30,11 @@ TEST(TLBinNodeTest, CapabilitiesAndDefaultsFollowTheKind)
     EXPECT_EQ(nodes[4]->uuid(), "ID");
     EXPECT_EQ(nodes[4]->displayName(), "clip");
     EXPECT_EQ(nodes[3]->displayName(), "Reel A");
+    EXPECT_EQ(nodes[2]->iconName(), "bin-range-single");
+    EXPECT_EQ(nodes[4]->iconName(), "");
+    EXPECT_FALSE(nodes[0]->isExpandable()) << "only with at least one child";
+    nodes[0]->addChild(TLRegularBin::create());
+    EXPECT_TRUE(nodes[0]->isExpandable());
 
     const auto smartBin = std::static_pointer_cast<TLSmartBin>(nodes[1]);
     EXPECT_EQ(smartBin->matchType(), 0);
