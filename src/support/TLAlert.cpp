@@ -119,6 +119,9 @@ int TLAlert::timedAlertSheetWithMessageText(const std::string &message,
         return waitForAnswer(*alert);
     } catch (const std::exception &exception) {
         TLException::logException(exception, "TLAlert::timedAlertSheetWithMessageText");
+    } catch (...) {
+        TLException::logException(std::current_exception(),
+                                  "TLAlert::timedAlertSheetWithMessageText");
     }
     return -1;
 }

@@ -54,8 +54,9 @@ public:
     // the front and made key; with null it stands on its own. When the user
     // answers, calls `didEnd` once, on the main thread, with 1 for the
     // default button, 0 for the alternate one and -1 for the other one, and
-    // lets go of it; it may do so before returning. Returns false when
-    // nothing could be shown: `didEnd` is then never called.
+    // lets go of it; it may do so before returning. An answered alert leaves
+    // the screen once `didEnd` has returned. Returns false when nothing
+    // could be shown: `didEnd` is then never called.
     virtual bool beginAlert(AlertId alert, const TLAlertDescription &description,
                             void *parentWindow, std::function<void(int)> didEnd) = 0;
 
