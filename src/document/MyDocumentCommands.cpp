@@ -1,6 +1,6 @@
-// The editing commands of a document's window: adding, replacing and
-// removing bins, and the lists behind the range, smart bin and smart range
-// sheets, with the workers that build smart bins and smart range previews.
+// The adding commands of a document's window: empty bins, range series,
+// smart bins and smart ranges, the lists behind their sheets, and the
+// workers that build smart bins and smart range previews.
 #include "MyDocument.h"
 
 #include "TLAlert.h"
@@ -95,89 +95,6 @@ std::string textValue(const MyDocument::TableValue &value)
 }
 
 } // namespace
-
-// ---- Tree operations ----
-
-bool MyDocument::addItem(const TLBinNodePtr &node, const TLBinNodePtr &parent, bool reloadData,
-                         bool enterEditMode)
-{
-    if (!node)
-        return false;
-    if (parent) {
-        if (!parent->addChild(node)) {
-            TLLog::appendLog("Unable to add %@ to %@", node->className(), parent->className());
-            return false;
-        }
-    } else {
-        const TLNodeListPtr current = dataArray();
-        TLNodeList topLevel = current ? *current : TLNodeList{};
-        topLevel.push_back(node);
-        setDataArray(std::move(topLevel));
-        node->setParent(nullptr);
-    }
-    if (!reloadData)
-        return true;
-    if (parent) {
-        view().reloadItem(parent, true);
-        view().expandItem(parent);
-    } else {
-        view().reloadOutline();
-    }
-    view().selectItem(node);
-    if (enterEditMode)
-        view().editItemName(node);
-    return true;
-}
-
-bool MyDocument::addItems(const TLNodeList &nodes, const TLBinNodePtr &parent, bool reloadData)
-{
-    TLNodeList added;
-    std::copy_if(nodes.begin(), nodes.end(), std::back_inserter(added), [](const auto &node) { return node; });
-    if (added.empty())
-        return false;
-    if (parent) {
-        if (!parent->addChildren(added)) {
-            TLLog::appendLog("Unable to add %i items to %@", added.size(), parent->className());
-            return false;
-        }
-        if (reloadData) {
-            view().reloadItem(parent, true);
-            view().expandItem(parent);
-        }
-    } else {
-        const TLNodeListPtr current = dataArray();
-        TLNodeList topLevel = current ? *current : TLNodeList{};
-        topLevel.insert(topLevel.end(), added.begin(), added.end());
-        setDataArray(std::move(topLevel));
-        for (const auto &node : added)
-            node->setParent(nullptr);
-        if (reloadData)
-            view().reloadOutline();
-    }
-    if (reloadData)
-        view().selectItem(added.front());
-    updateChangeCountDone();
-    return true;
-}
-
-bool MyDocument::removeItem(const TLBinNodePtr &node, const TLBinNodePtr &parent, bool reloadData)
-{
-    if (!node)
-        return false;
-    bool wasThere = false;
-    if (parent) {
-        wasThere = parent->removeChild(node);
-    } else {
-        const TLNodeListPtr current = dataArray();
-        TLNodeList topLevel = current ? *current : TLNodeList{};
-        wasThere = std::erase(topLevel, node) > 0;
-        setDataArray(std::move(topLevel));
-    }
-    if (reloadData)
-        reloadItemOrOutline(parent);
-    updateChangeCountDone();
-    return wasThere;
-}
 
 // ---- New empty bin and range series ----
 
@@ -510,51 +427,7 @@ void MyDocument::cancelCreateSmartRange()
     clearSheetLists();
 }
 
-// ---- Removing, renaming, double-click ----
-
-void MyDocument::remove(const TLNodeList &selected)
-{
-    for (const auto &node : selected) {
-        // Clips belong to their smart bin's last resolution, not to the user.
-        if (!node || node->kind() == TLBinNodeKind::mediaItem)
-            continue;
-        removeItem(node, node->parent(), false);
-    }
-    view().reloadOutline();
-}
-
-void MyDocument::setObjectValueForItem(const std::string &value, const TLBinNodePtr &item)
-{
-    if (item)
-        item->setBinName(value);
-}
-
-void MyDocument::outlineViewDoubleClick(const TLBinNodePtr &clicked)
-{
-    if (!clicked)
-        return;
-    if (clicked->kind() == TLBinNodeKind::regularBin) {
-        view().editItemName(clicked);
-        return;
-    }
-    const auto *item = dynamic_cast<const TLBinRangeItem *>(clicked.get());
-    if (!item)
-        return;
-    binRangeClick();
-    const std::string expression = item->rangeExpression();
-    view().setRangeExpressionText(expression);
-    updateRangePreview(expression);
-}
-
 // ---- Helpers and workers ----
-
-void MyDocument::reloadItemOrOutline(const TLBinNodePtr &item)
-{
-    if (item)
-        view().reloadItem(item, true);
-    else
-        view().reloadOutline();
-}
 
 void MyDocument::clearSheetLists()
 {
