@@ -190,6 +190,22 @@ TEST_F(MyDocumentCommandsTest, SelectingOneItemSelectsTheWholeSeries)
     EXPECT_EQ(plain.notificationName, "enableAddButtons");
 }
 
+TEST_F(MyDocumentCommandsTest, DamagedSeriesIndexesNeverSweepOtherBins)
+{
+    // As a damaged settings file could leave them: a regular bin inside a
+    // series, and an index pointing before the first row.
+    const auto first = TLBinRangeItem::create("R 1", "R [1-3]", nullptr, 3, 0);
+    const auto bin = regularBin("Bin");
+    const auto last = TLBinRangeItem::create("R 3", "R [1-3]", nullptr, 3, 2);
+    const auto stray = TLBinRangeItem::create("S", "S", nullptr, 2, 9);
+    document->setDataArray({first, bin, last, stray});
+
+    EXPECT_EQ(names(document->rangeSeriesOfItem(last)), (std::vector<std::string>{"R 1", "R 3"}));
+    EXPECT_EQ(names(document->rangeSeriesOfItem(stray)), std::vector<std::string>{"S"});
+    ASSERT_EQ(document->createRangeClick("T", last), EditResult::done);
+    EXPECT_EQ(names(topLevel()), (std::vector<std::string>{"Bin", "S", "T"}));
+}
+
 TEST_F(MyDocumentCommandsTest, RemovingSkipsClipsAndTakesSubtrees)
 {
     const auto smartBin = TLSmartBin::create();
