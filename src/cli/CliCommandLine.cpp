@@ -1,0 +1,247 @@
+// The commands of `corvale`: parsing, opening the project, and the run of
+// each command.
+#include "CliCommandLine.h"
+
+#include "CliDocumentView.h"
+#include "CliNames.h"
+#include "CliSortJob.h"
+#include "CliSortOptions.h"
+#include "CliTreePrinter.h"
+#include "MyDocument.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <sys/stat.h>
+
+namespace {
+
+std::string inQuotes(std::string_view text)
+{
+    return "\"" + std::string(text) + "\"";
+}
+
+void printReason(std::ostream &err, const std::string &reason)
+{
+    err << "corvale: " << reason << '\n';
+}
+
+// Why `path` cannot be a project file, or "" when it can be read as one.
+std::string fileProblem(const std::string &path)
+{
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0)
+        return "cannot open " + path + ": " + std::strerror(errno);
+    if (S_ISDIR(status.st_mode))
+        return "cannot open " + path + ": it is a folder";
+    return {};
+}
+
+bool hasExtensionFcp(const std::string &path)
+{
+    const auto dot = path.rfind('.');
+    if (dot == std::string::npos || path.find('/', dot) != std::string::npos)
+        return false;
+    std::string extension = path.substr(dot + 1);
+    for (char &c : extension)
+        c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    return extension == "fcp";
+}
+
+// Opens `path` as the document does. On failure the reason is printed
+// (after any alert the document showed) and false returned.
+bool openProject(MyDocument &document, const std::string &path, std::ostream &err)
+{
+    if (auto problem = fileProblem(path); !problem.empty()) {
+        printReason(err, problem);
+        return false;
+    }
+    if (!document.readFromURL(path)) {
+        printReason(err, hasExtensionFcp(path)
+                             ? "cannot open " + path + ": Final Cut Pro projects open only through Final Cut Pro; export the project as XML"
+                             : "cannot open " + path);
+        return false;
+    }
+    const auto controller = document.mediaController();
+    const pugi::xml_document *xml = controller ? controller->xmlDoc() : nullptr;
+    if (!xml || !xml->document_element()) {
+        printReason(err, "cannot open " + path + ": it is not well-formed XML");
+        return false;
+    }
+    return true;
+}
+
+// The merge puts bins into the project's own children; a file without them
+// would be written without its bins, so it is refused before any edit.
+bool canTakeBins(MyDocument &document, const std::string &path, std::ostream &err)
+{
+    const auto controller = document.mediaController();
+    if (controller && controller->firstNodeForQuery("./xmeml[1]/project[1]/children[1]"))
+        return true;
+    printReason(err, path + " holds no xmeml project (xmeml/project/children) to sort bins into");
+    return false;
+}
+
+// Regular bins get a new identifier at every save, so a top-level one is
+// added again beside the one an earlier sort wrote. Worth a word when the
+// project already holds a bin of that name at its top.
+void noteRepeatedRegularBins(MyDocument &document, std::ostream &err)
+{
+    const auto controller = document.mediaController();
+    const auto tree = document.dataArray();
+    if (!controller || !tree)
+        return;
+    const auto existing = controller->stringValuesForQuery("./xmeml[1]/project[1]/children[1]/bin/name");
+    for (const auto &node : *tree) {
+        if (!node || node->kind() != TLBinNodeKind::regularBin)
+            continue;
+        if (std::find(existing.begin(), existing.end(), node->binName()) == existing.end())
+            continue;
+        err << "corvale: note: regular bins get a new identifier at every save, so the project now holds "
+            << inQuotes(node->binName()) << " once more\n";
+    }
+}
+
+MyDocumentServices servicesWithView(const std::shared_ptr<CliDocumentView> &view)
+{
+    MyDocumentServices services;
+    services.view = view;
+    return services;
+}
+
+int runShow(const std::string &project, bool json, bool withClips, std::ostream &out, std::ostream &err)
+{
+    auto view = std::make_shared<CliDocumentView>();
+    MyDocument document(servicesWithView(view));
+    if (!openProject(document, project, err))
+        return CliCommandLine::failure;
+    const auto tree = document.dataArray();
+    const TLNodeList nodes = tree ? *tree : TLNodeList();
+    out << (json ? CliTreePrinter::json(nodes) : CliTreePrinter::text(nodes, withClips));
+    return CliCommandLine::success;
+}
+
+int applyEdits(MyDocument &document, CliDocumentView &view, const std::vector<CliEdit> &edits, std::ostream &err)
+{
+    CliSortJob job(document, view);
+    for (const auto &edit : edits) {
+        std::string reason;
+        const auto outcome = job.apply(edit, reason);
+        if (outcome == CliSortJob::Outcome::refused) {
+            printReason(err, reason + "; nothing was written");
+            return CliCommandLine::refusal;
+        }
+        if (outcome == CliSortJob::Outcome::failed) {
+            printReason(err, reason + "; nothing was written");
+            return CliCommandLine::failure;
+        }
+    }
+    return CliCommandLine::success;
+}
+
+int runSort(const CliSortOptions &options, std::ostream &out, std::ostream &err)
+{
+    std::vector<CliEdit> edits;
+    if (auto failure = options.collectEdits(edits); !failure.empty()) {
+        printReason(err, failure);
+        return CliCommandLine::failure;
+    }
+    if (options.isJson() && !options.isDryRun()) {
+        printReason(err, "--json goes with --dry-run (sort prints nothing otherwise)");
+        return CliCommandLine::failure;
+    }
+    auto view = std::make_shared<CliDocumentView>();
+    MyDocument document(servicesWithView(view));
+    if (!openProject(document, options.project(), err) || !canTakeBins(document, options.project(), err))
+        return CliCommandLine::failure;
+    if (const int status = applyEdits(document, *view, edits, err); status != CliCommandLine::success)
+        return status;
+    if (options.isDryRun()) {
+        const auto tree = document.dataArray();
+        const TLNodeList nodes = tree ? *tree : TLNodeList();
+        out << (options.isJson() ? CliTreePrinter::json(nodes) : CliTreePrinter::text(nodes));
+        return CliCommandLine::success;
+    }
+    const std::string target = options.output().empty() ? options.project() : options.output();
+    noteRepeatedRegularBins(document, err);
+    if (!document.writeToURLOnThread(MyDocumentSaveRequest{target, 0})) {
+        printReason(err, "cannot write " + target + "; the project and its settings are unchanged");
+        return CliCommandLine::failure;
+    }
+    return CliCommandLine::success;
+}
+
+// CLI11 shows an option of two values as "TYPE x 2"; --rename reads better
+// as "BIN-PATH NEW-NAME".
+class CliHelpFormatter final : public CLI::Formatter
+{
+public:
+    std::string make_option_opts(const CLI::Option *option) const override
+    {
+        if (option->get_type_size_min() == 2)
+            return " " + option->get_type_name();
+        return CLI::Formatter::make_option_opts(option);
+    }
+};
+
+struct ShowOptions
+{
+    std::string project;
+    bool json = false;
+    bool withClips = false;
+};
+
+void addShowOptions(CLI::App &command, ShowOptions &options)
+{
+    command.add_option("PROJECT", options.project, "the xmeml project file")->required();
+    command.add_flag("--json", options.json, "print the tree as JSON, clips included");
+    command.add_flag("--clips", options.withClips, "list the clips of smart bins and smart ranges too");
+}
+
+int parseAndRun(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err)
+{
+    CLI::App app("Corvale sorts the media of an xmeml project into bins.", "corvale");
+    app.formatter(std::make_shared<CliHelpFormatter>());
+    app.set_version_flag("--version", CORVALE_VERSION);
+    app.require_subcommand(1);
+    ShowOptions show;
+    CLI::App *showCommand = app.add_subcommand("show", "print the project's bin tree as restored for it");
+    addShowOptions(*showCommand, show);
+    CLI::App *sortCommand = app.add_subcommand("sort", "apply edits to the project's bin tree and save the project");
+    const CliSortOptions sort(*sortCommand);
+    CLI::App *fieldsCommand = app.add_subcommand("fields", "list the names of fields, operators, match types and criteria");
+
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() == 0)
+            return app.exit(error, out, err);
+        printReason(err, std::string(error.what()) + " (corvale --help explains the commands)");
+        return CliCommandLine::failure;
+    }
+    if (showCommand->parsed())
+        return runShow(show.project, show.json, show.withClips, out, err);
+    if (sortCommand->parsed())
+        return runSort(sort, out, err);
+    if (fieldsCommand->parsed())
+        out << CliNames::listing();
+    return CliCommandLine::success;
+}
+
+} // namespace
+
+int CliCommandLine::run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err)
+{
+    try {
+        return parseAndRun(arguments, out, err);
+    } catch (const std::exception &error) {
+        printReason(err, std::string("unexpected failure: ") + error.what());
+    } catch (...) {
+        printReason(err, "unexpected failure");
+    }
+    return failure;
+}
