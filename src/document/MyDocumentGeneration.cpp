@@ -144,22 +144,87 @@ private:
     std::string &m_output;
 };
 
+bool isReferenceName(std::string_view name)
+{
+    if (name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos")
+        return true;
+    const bool hexadecimal = name.starts_with("#x");
+    const std::string_view digits = name.substr(hexadecimal ? 2 : 1);
+    if (!name.starts_with('#') || digits.empty())
+        return false;
+    const char *allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
+    return digits.find_first_not_of(allowed) == std::string_view::npos;
+}
+
+// Past the CDATA section, comment or processing instruction that starts at
+// `at`; just past the "<" for anything else.
+std::size_t skipMarkup(std::string_view text, std::size_t at)
+{
+    static constexpr std::pair<std::string_view, std::string_view> sections[] = {
+        {"<![CDATA[", "]]>"}, {"<!--", "-->"}, {"<?", "?>"}};
+    for (const auto &[open, close] : sections) {
+        if (text.substr(at).starts_with(open)) {
+            const std::size_t end = text.find(close, at + open.size());
+            return end == std::string_view::npos ? text.size() : end + close.size();
+        }
+    }
+    return at + 1;
+}
+
+std::string problemAt(std::string_view problem, std::size_t offset)
+{
+    return TLFormat::stringWithFormat("%@ at offset %li", problem, static_cast<long>(offset));
+}
+
+// What pugixml lets through but XML forbids: an "&" that starts no
+// predefined entity or character reference (a bin name holding "&" is
+// written bare), "]]>" outside a CDATA section, and control characters.
+// CDATA sections, comments and processing instructions are skipped; pugixml
+// checks their own syntax.
+std::optional<std::string> looseMarkupProblem(std::string_view text)
+{
+    for (std::size_t at = 0; at < text.size();) {
+        const char character = text[at];
+        if (character == '<') {
+            at = skipMarkup(text, at);
+            continue;
+        }
+        if (character == '&') {
+            const std::size_t end = text.find(';', at);
+            if (end == std::string_view::npos || !isReferenceName(text.substr(at + 1, end - at - 1)))
+                return problemAt("Undefined entity or unescaped &", at);
+            at = end + 1;
+            continue;
+        }
+        if (character == ']' && text.substr(at).starts_with("]]>"))
+            return problemAt("\"]]>\" outside a CDATA section", at);
+        if (static_cast<unsigned char>(character) < 0x20 && character != '\t' && character != '\n' &&
+            character != '\r')
+            return problemAt("Control character", at);
+        ++at;
+    }
+    return std::nullopt;
+}
+
 // One bin text parsed on its own; nullopt (after logging why) when it is not
 // exactly one well-formed element.
 std::optional<pugi::xml_document> parsedBin(const std::string &text)
 {
+    if (const std::optional<std::string> problem = looseMarkupProblem(text)) {
+        TLLog::appendLog("Error creating bin: %@", *problem);
+        return std::nullopt;
+    }
     std::optional<pugi::xml_document> bin(std::in_place);
     const pugi::xml_parse_result result =
         bin->load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
     if (!result) {
         TLLog::appendLog("Error creating bin: %@",
-                         TLFormat::stringWithFormat("%s at offset %li", result.description(),
-                                                    static_cast<long>(result.offset)));
+                         problemAt(result.description(), static_cast<std::size_t>(result.offset)));
         return std::nullopt;
     }
     // A name holding markup can close the bin early and open another one.
     if (bin->first_child() != bin->last_child()) {
-        TLLog::appendLog("Error creating bin: %@", "text after the bin element");
+        TLLog::appendLog("Error creating bin: %@", "Text after the bin element");
         return std::nullopt;
     }
     return bin;
