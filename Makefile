@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test bench clean
+.PHONY: all deps configure build test bench demo clean
 
 all: build
 
@@ -25,6 +25,27 @@ bench:
 	  -DCORVALE_BUILD_TESTS=OFF > /dev/null
 	@cmake --build $(BUILD_DIR)-bench -j $(JOBS)
 	@bench/run $(BUILD_DIR)-bench
+
+# Sorts a copy of the sample project and shows its bins. HOME, the XDG
+# folders and the machine-wide root point into the demo folder, so the
+# settings file and the log of the demo stay out of the user's own home.
+DEMO_DIR = $(abspath $(BUILD_DIR)/demo)
+demo: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target corvale
+	@rm -rf $(DEMO_DIR) && mkdir -p $(DEMO_DIR)/home
+	@cp examples/sample-project.xml examples/sample-recipe.json $(DEMO_DIR)/
+	@cd $(DEMO_DIR) && export HOME=$(DEMO_DIR)/home XDG_CONFIG_HOME=$(DEMO_DIR)/home/.config \
+	  XDG_DATA_HOME=$(DEMO_DIR)/home/.local/share XDG_STATE_HOME=$(DEMO_DIR)/home/.local/state \
+	  XDG_CACHE_HOME=$(DEMO_DIR)/home/.cache CORVALE_LOCAL_ROOT=$(DEMO_DIR)/home/local && \
+	  corvale=$(abspath $(BUILD_DIR))/src/cli/corvale && \
+	  echo '$$ corvale sort sample-project.xml --range "Reel [1-4]" --smart-bin "Drone and Archive" --match any --filter "name contains drone" --filter "name contains archive" --smart-range scene' && \
+	  $$corvale sort sample-project.xml --range "Reel [1-4]" \
+	    --smart-bin "Drone and Archive" --match any \
+	    --filter "name contains drone" --filter "name contains archive" \
+	    --smart-range scene && \
+	  echo '$$ corvale show sample-project.xml' && \
+	  $$corvale show sample-project.xml && \
+	  echo "(the sorted copy: $(DEMO_DIR)/sample-project.xml)"
 
 clean:
 	@rm -rf $(BUILD_DIR) $(BUILD_DIR)-bench

@@ -9,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <unordered_set>
+
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -24,9 +26,27 @@ std::string quotedName(std::string_view name)
     return text + "\"";
 }
 
-std::string clipsText(std::size_t count)
+std::size_t distinctClipCount(const TLBinNodePtr &node)
 {
-    return std::to_string(count) + (count == 1 ? " clip" : " clips");
+    std::unordered_set<std::string> uuids;
+    for (const auto &child : *node->children()) {
+        if (child && child->kind() == TLBinNodeKind::mediaItem)
+            uuids.insert(child->uuid().value_or(""));
+    }
+    return uuids.size();
+}
+
+// A smart bin of match type "any" lists a clip once per filter it passes,
+// and a project sorted before holds copies of its clips in the bins written
+// then; the distinct count tells the two apart.
+std::string clipsText(const TLBinNodePtr &node)
+{
+    const std::size_t count = CliTreePrinter::clipCount(node);
+    std::string text = std::to_string(count) + (count == 1 ? " clip" : " clips");
+    const std::size_t distinct = distinctClipCount(node);
+    if (distinct != count)
+        text += " (" + std::to_string(distinct) + " distinct)";
+    return text;
 }
 
 std::string lineForNode(const TLBinNodePtr &node)
@@ -35,7 +55,7 @@ std::string lineForNode(const TLBinNodePtr &node)
     line += " " + quotedName(node->displayName());
     const auto kind = node->kind();
     if (kind == TLBinNodeKind::smartBin || kind == TLBinNodeKind::smartRangeItem)
-        line += ", " + clipsText(CliTreePrinter::clipCount(node));
+        line += ", " + clipsText(node);
     if (node->hasUuid()) {
         const auto uuid = node->uuid();
         line += uuid ? ", uuid " + *uuid : std::string(", no uuid yet");

@@ -18,8 +18,9 @@ public:
     static std::string_view kindWord(TLBinNodeKind kind);
 
     // One line per bin, indented two blanks per level: the kind, the name in
-    // double quotes (a '"' or '\' inside doubled with a '\'), the number of
-    // clips for smart bins and smart ranges, and the identifier ("no uuid
+    // double quotes (a '"' or '\' inside preceded by a '\'), the number of
+    // clips for smart bins and smart ranges (with the number of distinct
+    // clip identifiers when a clip is listed more than once), and the identifier ("no uuid
     // yet" before the bin was first written; nothing for regular bins, which
     // never keep one). Clips get a line each only with `withClips`. An
     // empty tree prints "(no bins)". Every line ends in "\n".
