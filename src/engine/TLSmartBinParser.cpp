@@ -7,7 +7,6 @@
 #include "TLTextCoding.h"
 #include "TLXMLParser.h"
 
-#include <algorithm>
 #include <array>
 #include <optional>
 #include <string_view>
@@ -150,25 +149,22 @@ std::string_view pathExtension(std::string_view path)
     return name.substr(dot + 1);
 }
 
-std::string lowercasedASCII(std::string_view text)
-{
-    std::string lowered(text);
-    std::transform(lowered.begin(), lowered.end(), lowered.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
-    return lowered;
-}
-
-// What the matching reads of one clip. The path is read once; each field at
-// most once, however many rows test it.
+// What the matching reads of one clip, each at most once however many rows
+// read it: its path only when a row or a match needs it, each field only
+// when a row tests it.
 class ClipFields
 {
 public:
     ClipFields(const pugi::xml_node &clip, const std::string &escapedSampleRateQuery)
-        : m_clip(clip), m_escapedSampleRateQuery(escapedSampleRateQuery),
-          m_path(TLXMLParser::filenameFromPathURLString(firstPathURLText(clip)))
+        : m_clip(clip), m_escapedSampleRateQuery(escapedSampleRateQuery)
     {}
 
-    const std::optional<std::string> &path() const { return m_path; }
+    const std::optional<std::string> &path()
+    {
+        if (!m_path)
+            m_path = TLXMLParser::filenameFromPathURLString(firstPathURLText(m_clip));
+        return *m_path;
+    }
 
     const std::optional<std::string> &value(const PreparedRow &row)
     {
@@ -179,23 +175,23 @@ public:
     }
 
 private:
-    std::optional<std::string> read(const PreparedRow &row) const
+    std::optional<std::string> read(const PreparedRow &row)
     {
         if (!row.escapedQuery.empty())
             return firstText(row.escapedQuery, m_clip);
         if (row.type == 19)
             return hasAudio() ? "true" : "false";
-        if (!m_path)
+        if (!path())
             return std::nullopt;
         if (row.type == 1)
-            return std::string(lastPathComponent(*m_path));
-        return std::string(pathExtension(*m_path));
+            return std::string(lastPathComponent(*path()));
+        return std::string(pathExtension(*path()));
     }
 
-    bool hasAudio() const
+    bool hasAudio()
     {
-        if (m_path) {
-            const std::string extension = lowercasedASCII(pathExtension(*m_path));
+        if (path()) {
+            const std::string extension = TLCaseFolding::foldedCase(pathExtension(*path()));
             if (extension == "aif" || extension == "aiff" || extension == "wav")
                 return true;
         }
@@ -205,7 +201,7 @@ private:
 
     pugi::xml_node m_clip;
     const std::string &m_escapedSampleRateQuery;
-    std::optional<std::string> m_path;
+    std::optional<std::optional<std::string>> m_path;
     std::array<std::optional<std::optional<std::string>>, kFieldCount> m_values;
 };
 
@@ -232,12 +228,12 @@ bool rowMatches(const PreparedRow &row, const std::optional<std::string> &value)
     }
 }
 
-// The clip as a media item. Its name and uuid are read when it first
+// The clip as a media item. Its path, name and uuid are read when it first
 // matches, and only once however many rows it matches.
 class ClipEntry
 {
 public:
-    ClipEntry(const pugi::xml_node &clip, const ClipFields &fields) : m_clip(clip), m_fields(fields) {}
+    ClipEntry(const pugi::xml_node &clip, ClipFields &fields) : m_clip(clip), m_fields(fields) {}
 
     std::shared_ptr<TLMediaItem> newMediaItem()
     {
@@ -250,7 +246,7 @@ public:
 
 private:
     pugi::xml_node m_clip;
-    const ClipFields &m_fields;
+    ClipFields &m_fields;
     std::optional<std::string> m_shortName;
     std::optional<std::string> m_uuid;
 };

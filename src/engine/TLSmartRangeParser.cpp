@@ -8,6 +8,7 @@
 #include "TLXMLParser.h"
 
 #include <array>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <unordered_map>
@@ -41,8 +42,6 @@ constexpr std::array<const char *, kLastCriterion + 1> criterionQueries = {
 
 enum Criterion : std::int64_t { fileType = 0, unsupported = 1, folder = 2, hasAudio = 16 };
 
-constexpr std::string_view mediaURLsQuery =
-    "./media[1]/(video[1] | audio[1])/track/clipitem/file[1]/pathurl[1]/text()";
 constexpr std::string_view masterClipIDQuery = "./media[1]/(video[1] | audio[1])/track/clipitem/masterclipid/text()";
 constexpr std::string_view mediaFileNameQuery =
     "./media[1]/(video[1] | audio[1])/track/clipitem/file[1]/name[1]/text()";
@@ -187,6 +186,56 @@ private:
     std::unordered_map<std::string_view, std::size_t> m_byLastComponent;
 };
 
+bool isElement(const pugi::xml_node &node, const char *name)
+{
+    return node.type() == pugi::node_element && std::strcmp(node.name(), name) == 0;
+}
+
+// The first child element of that name, as the step "name[1]" selects it.
+pugi::xml_node firstElement(const pugi::xml_node &parent, const char *name)
+{
+    for (pugi::xml_node child = parent.first_child(); child; child = child.next_sibling()) {
+        if (isElement(child, name))
+            return child;
+    }
+    return {};
+}
+
+void appendPathURLTexts(const pugi::xml_node &clipitem, TLXMLNodeList &urls)
+{
+    const pugi::xml_node pathurl = firstElement(firstElement(clipitem, "file"), "pathurl");
+    for (pugi::xml_node text = pathurl.first_child(); text; text = text.next_sibling()) {
+        if (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata)
+            urls.emplace_back(text);
+    }
+}
+
+// The text nodes of the query
+//     ./media[1]/(video[1] | audio[1])/track/clipitem/file[1]/pathurl[1]/text()
+// gathered by walking its steps directly, since as a query it is the
+// costliest part of a clip. The first video and the first audio element are
+// visited in their own order, so the texts come in document order.
+TLXMLNodeList mediaURLNodes(const pugi::xml_node &clip)
+{
+    TLXMLNodeList urls;
+    const pugi::xml_node media = firstElement(clip, "media");
+    const pugi::xml_node video = firstElement(media, "video");
+    const pugi::xml_node audio = firstElement(media, "audio");
+    for (pugi::xml_node kind = media.first_child(); kind; kind = kind.next_sibling()) {
+        if (kind != video && kind != audio)
+            continue;
+        for (pugi::xml_node track = kind.first_child(); track; track = track.next_sibling()) {
+            if (!isElement(track, "track"))
+                continue;
+            for (pugi::xml_node clipitem = track.first_child(); clipitem; clipitem = clipitem.next_sibling()) {
+                if (isElement(clipitem, "clipitem"))
+                    appendPathURLTexts(clipitem, urls);
+            }
+        }
+    }
+    return urls;
+}
+
 std::string describeURLs(const TLXMLNodeList &urls)
 {
     std::string text = "(";
@@ -208,7 +257,7 @@ struct ClipMedia
 
 ClipMedia mediaOf(const pugi::xml_node &clip, MasterClipTable &table)
 {
-    const TLXMLNodeList urls = TLXMLParser::evaluateQuery(mediaURLsQuery, clip).value_or(TLXMLNodeList());
+    const TLXMLNodeList urls = mediaURLNodes(clip);
     // One line per clip: fastAppendLog never waits for the writer, where
     // appendLog would make a worker wait for the disk once per clip.
     TLLog::fastAppendLog("smart range paths: %@", describeURLs(urls));

@@ -105,6 +105,22 @@ std::vector<std::string> binNames(const Project &project, std::int64_t criteria,
     return names;
 }
 
+// Runs `work` on a fresh log and returns what it logged.
+template <typename Work>
+std::string loggedBy(Work work)
+{
+    const std::optional<std::string> logPath = TLLog::currentLogPath();
+    EXPECT_TRUE(logPath);
+    if (!logPath)
+        return {};
+    // As root the log lives in the machine's folder, which the sandbox lacks.
+    std::filesystem::create_directories(std::filesystem::path(*logPath).parent_path());
+    TLLog::createNewLog(std::nullopt, true);
+    work();
+    TLLog::finishWriting();
+    return test::readFile(*logPath);
+}
+
 } // namespace
 
 TEST(TLSmartRangeParserTest, FileTypeAndFolderComeFromTheMediaURLOrItsFallbacks)
@@ -231,15 +247,10 @@ TEST(TLSmartRangeParserTest, BinNameModeReturnsTheMatchingClipsKeyedByUuid)
 TEST(TLSmartRangeParserTest, WritesTheClipsTheCriterionThePathsAndTheOutputToTheLog)
 {
     const Project project(mainProject);
-    const std::optional<std::string> logPath = TLLog::currentLogPath();
-    ASSERT_TRUE(logPath);
-    // A fresh log in the sandbox; as root the log lives in the machine's folder.
-    std::filesystem::create_directories(std::filesystem::path(*logPath).parent_path());
-    TLLog::createNewLog(std::nullopt, true);
-    TLSmartRangeParser::arrayForCriteria(2, project.controller());
-    TLSmartRangeParser::arrayForCriteria(7, std::string("reel1"), project.controller());
-    TLLog::finishWriting();
-    const std::string log = test::readFile(*logPath);
+    const std::string log = loggedBy([&] {
+        TLSmartRangeParser::arrayForCriteria(2, project.controller());
+        TLSmartRangeParser::arrayForCriteria(7, std::string("reel1"), project.controller());
+    });
     for (const char *line : {
              " - smart range clipitems: 9 clips\n",
              " - smart range criteria: 2\n",
@@ -251,4 +262,32 @@ TEST(TLSmartRangeParserTest, WritesTheClipsTheCriterionThePathsAndTheOutputToThe
              " - smart range output: \"reel1\": 1 clip\n",
          })
         EXPECT_NE(log.find(line), std::string::npos) << line << log;
+}
+
+TEST(TLSmartRangeParserTest, MediaURLsAreThePathURLsOfTheFirstVideoAndAudioTrackFiles)
+{
+    const Project project(R"(<clip><name>X</name><uuid>UX</uuid><media>
+        <audio><track><clipitem><file><pathurl>file:///a/1.wav</pathurl><pathurl>file:///a/no.wav</pathurl></file></clipitem>
+            <clipitem><file><pathurl/></file></clipitem><?clipitem not an element?>
+            <clipitem><file><name>no URL</name></file><file><pathurl>file:///a/second-file.wav</pathurl></file></clipitem></track>
+          <track><clipitem><file><pathurl><![CDATA[file:///a/2.wav]]></pathurl></file></clipitem></track></audio>
+        <video><track><clipitem><file><pathurl>file:///v/1.mov</pathurl></file></clipitem></track></video>
+        <video><track><clipitem><file><pathurl>file:///v/second-video.mov</pathurl></file></clipitem></track></video>
+        <audio><track><clipitem><file><pathurl>file:///a/second-audio.wav</pathurl></file></clipitem></track></audio>
+      </media><media><video><track><clipitem><file><pathurl>file:///second-media.mov</pathurl></file></clipitem></track></video></media>
+      </clip>)");
+    Groups groups;
+    const std::string log = loggedBy([&] { groups = groupsFor(project, 2); });
+    EXPECT_EQ(groups, (Groups{{"a", {"X"}}}));
+    // The same texts, in the same order, as the union query gives.
+    const std::optional<TLXMLNodeList> urls = TLXMLParser::evaluateQuery(
+        "./media[1]/(video[1] | audio[1])/track/clipitem/file[1]/pathurl[1]/text()",
+        project.controller().clips().at(0).node());
+    ASSERT_TRUE(urls);
+    std::string expected = "(";
+    for (const pugi::xpath_node &url : *urls)
+        expected += (expected.size() > 1 ? ", " : "") + TLXMLParser::stringValue(url);
+    expected += ")";
+    EXPECT_EQ(expected, "(file:///a/1.wav, file:///a/2.wav, file:///v/1.mov)");
+    EXPECT_NE(log.find(" - smart range paths: " + expected + "\n"), std::string::npos) << log;
 }
