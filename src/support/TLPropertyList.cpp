@@ -2,6 +2,7 @@
 #include "TLPropertyList.h"
 
 #include "TLAtomicFile.h"
+#include "TLBinaryPropertyListWriter.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -568,18 +569,14 @@ plist_t TLPropertyList::release()
     return std::exchange(m_root, nullptr);
 }
 
+// libplist's own binary writer slows down more than linearly with the
+// number of objects (minutes for the archive of a large smart range); ours
+// stays linear.
 std::optional<std::string> TLPropertyList::toBinary() const
 {
     if (!m_root)
         return std::nullopt;
-    char *bytes = nullptr;
-    std::uint32_t length = 0;
-    plist_to_bin(m_root, &bytes, &length);
-    if (!bytes)
-        return std::nullopt;
-    std::string result(bytes, length);
-    plist_to_bin_free(bytes);
-    return result;
+    return TLBinaryPropertyListWriter::dataWithPropertyList(m_root);
 }
 
 std::optional<std::string> TLPropertyList::toXML() const
