@@ -248,11 +248,29 @@ std::string describeURLs(const TLXMLNodeList &urls)
 }
 
 // Where one clip's media is: the text of its first media URL, and the file
-// name found when it has none.
-struct ClipMedia
+// name found when it has none. The URL's file path is decoded on first use.
+class ClipMedia
 {
-    std::optional<std::string> url;
-    std::optional<std::string> fileName;
+public:
+    ClipMedia() = default;
+    ClipMedia(std::optional<std::string> url, std::optional<std::string> fileName)
+        : m_url(std::move(url)), m_fileName(std::move(fileName))
+    {}
+
+    const std::optional<std::string> &url() const { return m_url; }
+    const std::optional<std::string> &fileName() const { return m_fileName; }
+
+    const std::optional<std::string> &filePath() const
+    {
+        if (!m_filePath)
+            m_filePath = TLXMLParser::filenameFromPathURLString(m_url);
+        return *m_filePath;
+    }
+
+private:
+    std::optional<std::string> m_url;
+    std::optional<std::string> m_fileName;
+    mutable std::optional<std::optional<std::string>> m_filePath;
 };
 
 ClipMedia mediaOf(const pugi::xml_node &clip, MasterClipTable &table)
@@ -279,7 +297,7 @@ ClipMedia mediaOf(const pugi::xml_node &clip, MasterClipTable &table)
 
 std::optional<std::string> fileTypeOf(const ClipMedia &media)
 {
-    const std::optional<std::string> &source = media.url ? media.url : media.fileName;
+    const std::optional<std::string> &source = media.url() ? media.url() : media.fileName();
     if (!source)
         return unknownValue;
     return TLCaseFolding::foldedCase(pathExtension(*source));
@@ -287,9 +305,9 @@ std::optional<std::string> fileTypeOf(const ClipMedia &media)
 
 std::optional<std::string> folderOf(const ClipMedia &media)
 {
-    if (!media.url)
+    if (!media.url())
         return unknownValue;
-    const std::optional<std::string> path = TLXMLParser::filenameFromPathURLString(media.url);
+    const std::optional<std::string> &path = media.filePath();
     if (!path)
         return std::nullopt;
     return std::string(lastPathComponent(deletingLastPathComponent(*path)));
@@ -320,7 +338,7 @@ std::string valueOf(const Request &request, const pugi::xml_node &clip, const Cl
 std::shared_ptr<TLMediaItem> mediaItemFor(const pugi::xml_node &clip, const ClipMedia &media,
                                           std::optional<std::string> uuid)
 {
-    return TLMediaItem::create(TLXMLParser::filenameFromPathURLString(media.url),
+    return TLMediaItem::create(media.filePath(),
                                TLXMLParser::nameForNode(clip, true).value_or(std::string()), std::move(uuid));
 }
 
