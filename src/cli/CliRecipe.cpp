@@ -45,7 +45,7 @@ std::int64_t numberValue(const Json &value, std::string_view key, std::span<cons
 {
     std::optional<std::int64_t> number;
     std::string shown;
-    if (value.is_number_integer()) {
+    if (value.is_number()) {
         shown = value.dump();
         number = CliNames::numberForText(table, shown);
     } else if (value.is_string()) {

@@ -1,0 +1,162 @@
+// Measures the whole main job of the command line on a large project,
+// `corvale sort PROJECT --smart-range scene -o OUTPUT` (open, restore,
+// resolve, generate, merge, pretty-print, write), against
+// `xmllint --format PROJECT --output FILE` on the same file in the same run.
+//
+// Usage: sort_benchmark CORVALE PROJECT
+//
+// Both run as child processes; their wall time is taken around the child
+// and their peak memory from wait4's rusage. The outputs go to a scratch
+// folder beside the project, removed at the end. Run with HOME and the XDG
+// folders in a scratch place (bench/run does): the sort stores its settings
+// file and log there. Prints a table with each target marked "met" or
+// "NOT met"; exits 0 either way, 1 when either program fails, 2 for a usage
+// error.
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr double MaximumTimeRatio = 1.5;   // of xmllint --format's wall time
+constexpr double MaximumMemoryRatio = 6.0; // of the file size
+constexpr double Mebibyte = 1024.0 * 1024.0;
+
+using Clock = std::chrono::steady_clock;
+
+struct ChildRun
+{
+    bool succeeded = false;
+    double seconds = 0;
+    double cpuSeconds = 0;
+    long peakKilobytes = 0;
+    std::string failure;
+
+    double peakBytes() const { return static_cast<double>(peakKilobytes) * 1024.0; }
+};
+
+double seconds(const timeval &time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+// Runs the program with its arguments, standard output to /dev/null, and
+// collects the child's own rusage through wait4.
+ChildRun runChild(const std::vector<std::string> &arguments)
+{
+    ChildRun run;
+    std::vector<char *> argv;
+    for (const auto &argument : arguments)
+        argv.push_back(const_cast<char *>(argument.c_str()));
+    argv.push_back(nullptr);
+    const Clock::time_point started = Clock::now();
+    const pid_t child = fork();
+    if (child < 0) {
+        run.failure = std::string("cannot start ") + arguments[0] + ": " + std::strerror(errno);
+        return run;
+    }
+    if (child == 0) {
+        if (std::freopen("/dev/null", "w", stdout) == nullptr)
+            _exit(126);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    if (wait4(child, &status, 0, &usage) < 0) {
+        run.failure = std::string("cannot wait for ") + arguments[0] + ": " + std::strerror(errno);
+        return run;
+    }
+    run.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    run.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    run.peakKilobytes = usage.ru_maxrss;
+    run.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!run.succeeded) {
+        run.failure = WIFEXITED(status) && WEXITSTATUS(status) == 127
+                          ? arguments[0] + " could not be run"
+                          : arguments[0] + " failed (status " + std::to_string(WEXITSTATUS(status)) + ")";
+    }
+    return run;
+}
+
+// Reads the file once, so that neither contender pays for the disk.
+bool warmPageCache(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> chunk(std::size_t{1} << 20);
+    while (file.read(chunk.data(), static_cast<std::streamsize>(chunk.size())))
+        ;
+    return file.eof();
+}
+
+const char *verdict(bool met)
+{
+    return met ? "met" : "NOT met";
+}
+
+void printRun(const char *label, const ChildRun &run)
+{
+    std::printf("  %-40s %9.3f s wall %9.3f s cpu %9.1f MiB peak\n", label, run.seconds, run.cpuSeconds,
+                run.peakBytes() / Mebibyte);
+}
+
+void printReport(double fileBytes, const ChildRun &sort, const ChildRun &reference)
+{
+    std::printf("  %-40s %9.1f MiB\n", "project file", fileBytes / Mebibyte);
+    printRun("corvale sort --smart-range scene -o", sort);
+    printRun("xmllint --format --output", reference);
+    const double timeRatio = sort.seconds / reference.seconds;
+    const double memoryRatio = sort.peakBytes() / fileBytes;
+    std::printf("  %-40s %9.2f x (target at most %.2f: %s)\n", "sort time / xmllint time", timeRatio,
+                MaximumTimeRatio, verdict(timeRatio <= MaximumTimeRatio));
+    std::printf("  %-40s %9.2f x (target under %.2f: %s)\n", "sort peak memory / file size", memoryRatio,
+                MaximumMemoryRatio, verdict(memoryRatio < MaximumMemoryRatio));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: sort_benchmark CORVALE PROJECT\n");
+        return 2;
+    }
+    const std::string corvale = argv[1];
+    const std::string project = argv[2];
+    struct stat status {};
+    if (::stat(project.c_str(), &status) != 0 || !warmPageCache(project)) {
+        std::fprintf(stderr, "sort_benchmark: cannot read %s\n", project.c_str());
+        return 1;
+    }
+    std::string scratchTemplate = std::filesystem::path(project).parent_path().string() + "/sort-benchmark-XXXXXX";
+    if (!mkdtemp(scratchTemplate.data())) {
+        std::fprintf(stderr, "sort_benchmark: cannot make a scratch folder: %s\n", std::strerror(errno));
+        return 1;
+    }
+    const std::string scratch = scratchTemplate;
+
+    const ChildRun reference = runChild({"xmllint", "--format", project, "--output", scratch + "/xmllint.xml"});
+    std::filesystem::remove(scratch + "/xmllint.xml");
+    const ChildRun sort = runChild({corvale, "sort", project, "--smart-range", "scene", "-o", scratch + "/sorted.xml"});
+    std::error_code ignored;
+    std::filesystem::remove_all(scratch, ignored);
+
+    if (!sort.succeeded || !reference.succeeded) {
+        std::fprintf(stderr, "sort_benchmark: %s\n", (!sort.succeeded ? sort : reference).failure.c_str());
+        return 1;
+    }
+    printReport(static_cast<double>(status.st_size), sort, reference);
+    return 0;
+}
