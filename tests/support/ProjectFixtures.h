@@ -11,41 +11,42 @@
 
 namespace test {
 
-// One browser clip. Every optional part is left out of the XML when absent.
+// One browser clip. Every optional part is left out of the XML when absent
+// (and every member has a default, so designated initializers may skip any).
 // With a pathurl the clip gets a video track item holding a file with that
 // URL (and the masterclipid, when given, on the track item, so that
 // "./../../masterclipid" from the pathurl finds it).
 struct FixtureClip
 {
-    std::string id;                        // the clip's id attribute
-    std::optional<std::string> name;
-    std::optional<std::string> uuid;
-    std::optional<std::string> pathurl;    // e.g. "file://localhost/Media/a.mov"
-    std::optional<std::string> fileName;   // the file's own name element
-    std::optional<std::string> masterclipid;
-    std::optional<std::string> duration;
-    std::optional<std::string> timebase;
-    std::optional<std::string> width;      // sample characteristics of the file
-    std::optional<std::string> height;
+    std::string id{};                      // the clip's id attribute
+    std::optional<std::string> name{};
+    std::optional<std::string> uuid{};
+    std::optional<std::string> pathurl{};    // e.g. "file://localhost/Media/a.mov"
+    std::optional<std::string> fileName{};   // the file's own name element
+    std::optional<std::string> masterclipid{};
+    std::optional<std::string> duration{};
+    std::optional<std::string> timebase{};
+    std::optional<std::string> width{};      // sample characteristics of the file
+    std::optional<std::string> height{};
     // logginginfo
-    std::optional<std::string> scene;
-    std::optional<std::string> shottake;
-    std::optional<std::string> lognote;
-    std::optional<std::string> good;
+    std::optional<std::string> scene{};
+    std::optional<std::string> shottake{};
+    std::optional<std::string> lognote{};
+    std::optional<std::string> good{};
     // labels/label2
-    std::optional<std::string> label;
+    std::optional<std::string> label{};
     // comments/mastercomment1
-    std::optional<std::string> comment;
+    std::optional<std::string> comment{};
 };
 
 // A bin already in the project (as an earlier send would have left it).
 struct FixtureBin
 {
-    std::string name;
-    std::optional<std::string> uuid;
-    std::optional<std::string> updateBehavior;
-    std::vector<FixtureClip> clips;
-    std::vector<FixtureBin> bins;
+    std::string name{};
+    std::optional<std::string> uuid{};
+    std::optional<std::string> updateBehavior{};
+    std::vector<FixtureClip> clips{};
+    std::vector<FixtureBin> bins{};
 };
 
 // Builds "<xmeml version=...><project><name/><children>...</children>
