@@ -1,14 +1,11 @@
 // Bin paths: parsing, resolving against a tree and writing them back.
 #include "CliBinPath.h"
 
+#include "CliText.h"
+
 #include <algorithm>
 
 namespace {
-
-std::string inQuotes(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
-}
 
 std::string escapedName(std::string_view name)
 {
@@ -28,7 +25,7 @@ std::string placeName(const std::vector<std::string> &names, std::size_t depth)
     std::string path;
     for (std::size_t i = 0; i < depth; ++i)
         path += (i ? "/" : "") + escapedName(names[i]);
-    return "in " + inQuotes(path);
+    return "in " + CliText::quoted(path);
 }
 
 TLNodeList binsNamed(const TLNodeList &siblings, const std::string &name)
@@ -54,11 +51,11 @@ std::string CliBinPath::components(std::string_view path, std::vector<std::strin
         const char c = path[i];
         if (c == '\\') {
             if (i + 1 == path.size() || (path[i + 1] != '/' && path[i + 1] != '\\'))
-                return "bad bin path " + inQuotes(whole) + ": write \"\\/\" for a \"/\" in a name and \"\\\\\" for a \"\\\"";
+                return "bad bin path " + CliText::quoted(whole) + ": write \"\\/\" for a \"/\" in a name and \"\\\\\" for a \"\\\"";
             current += path[++i];
         } else if (c == '/') {
             if (current.empty())
-                return "bad bin path " + inQuotes(whole) + ": a name between two \"/\" is empty";
+                return "bad bin path " + CliText::quoted(whole) + ": a name between two \"/\" is empty";
             read.push_back(std::move(current));
             current.clear();
         } else {
@@ -82,10 +79,10 @@ std::string CliBinPath::resolve(const TLNodeList &topLevel, std::string_view pat
     for (std::size_t depth = 0; depth < names.size(); ++depth) {
         const TLNodeList found = binsNamed(*siblings, names[depth]);
         if (found.empty())
-            return "no bin " + inQuotes(names[depth]) + " " + placeName(names, depth);
+            return "no bin " + CliText::quoted(names[depth]) + " " + placeName(names, depth);
         if (found.size() > 1) {
-            return "the bin path " + inQuotes(path) + " is ambiguous: " + std::to_string(found.size()) +
-                   " bins are named " + inQuotes(names[depth]) + " " + placeName(names, depth);
+            return "the bin path " + CliText::quoted(path) + " is ambiguous: " + std::to_string(found.size()) +
+                   " bins are named " + CliText::quoted(names[depth]) + " " + placeName(names, depth);
         }
         current = found.front();
         siblings = current->children();

@@ -6,6 +6,7 @@
 #include "CliNames.h"
 #include "CliSortJob.h"
 #include "CliSortOptions.h"
+#include "CliText.h"
 #include "CliTreePrinter.h"
 #include "MyDocument.h"
 
@@ -18,11 +19,6 @@
 #include <sys/stat.h>
 
 namespace {
-
-std::string inQuotes(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
-}
 
 void printReason(std::ostream &err, const std::string &reason)
 {
@@ -101,7 +97,7 @@ void noteRepeatedRegularBins(MyDocument &document, std::ostream &err)
         if (std::find(existing.begin(), existing.end(), node->binName()) == existing.end())
             continue;
         err << "corvale: note: regular bins get a new identifier at every save, so the project now holds "
-            << inQuotes(node->binName()) << " once more\n";
+            << CliText::quoted(node->binName()) << " once more\n";
     }
 }
 

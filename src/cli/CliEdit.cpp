@@ -2,6 +2,7 @@
 #include "CliEdit.h"
 
 #include "CliNames.h"
+#include "CliText.h"
 
 namespace {
 
@@ -24,11 +25,6 @@ std::string_view takeWord(std::string_view &text)
     return word;
 }
 
-std::string inQuotes(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
-}
-
 } // namespace
 
 std::string CliEdit::parseFilter(std::string_view text, CliFilterRow &row)
@@ -37,7 +33,7 @@ std::string CliEdit::parseFilter(std::string_view text, CliFilterRow &row)
     const std::string_view field = takeWord(rest);
     const std::string_view op = takeWord(rest);
     if (field.empty() || op.empty())
-        return "a filter needs a field and an operator, as in \"scene contains 12\", not " + inQuotes(text);
+        return "a filter needs a field and an operator, as in \"scene contains 12\", not " + CliText::quoted(text);
     // One blank (or tab) separates the operator from the value; any more
     // belong to the value, so that values with leading blanks can be asked for.
     if (!rest.empty())
@@ -50,10 +46,10 @@ std::string CliEdit::filterFromParts(std::string_view field, std::string_view op
 {
     const auto type = CliNames::numberForText(CliNames::fields(), field);
     if (!type)
-        return "unknown filter field " + inQuotes(field) + " (corvale fields lists them)";
+        return "unknown filter field " + CliText::quoted(field) + " (corvale fields lists them)";
     const auto match = CliNames::numberForText(CliNames::operators(), op);
     if (!match)
-        return "unknown filter operator " + inQuotes(op) + " (corvale fields lists them)";
+        return "unknown filter operator " + CliText::quoted(op) + " (corvale fields lists them)";
     row = CliFilterRow{*type, *match, std::move(value)};
     return {};
 }
@@ -75,6 +71,9 @@ std::string_view CliEdit::optionName(Kind kind)
         return "--remove";
     case Kind::rename:
         return "--rename";
+    case Kind::keepSelection:
+    case Kind::restoreSelection:
+        return "--recipe";
     }
     return "";
 }

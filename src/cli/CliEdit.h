@@ -21,7 +21,10 @@ struct CliFilterRow
 // on, as selecting a row does in the window.
 struct CliEdit
 {
-    enum class Kind { select, bin, range, smartBin, smartRange, remove, rename };
+    // keepSelection and restoreSelection bracket the edits of a recipe: it
+    // starts at the top level, and the bin it chooses with "in" stays its
+    // own affair.
+    enum class Kind { select, bin, range, smartBin, smartRange, remove, rename, keepSelection, restoreSelection };
 
     Kind kind = Kind::bin;
     // The bin name (bin, smart bin), the range expression, or the bin path

@@ -2,6 +2,7 @@
 #include "CliRecipe.h"
 
 #include "CliNames.h"
+#include "CliText.h"
 
 #include <nlohmann/json.hpp>
 
@@ -27,15 +28,10 @@ struct RecipeError
     throw RecipeError{std::move(message)};
 }
 
-std::string inQuotes(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
-}
-
 std::string stringValue(const Json &value, std::string_view key)
 {
     if (!value.is_string())
-        fail(inQuotes(key) + " must be a text");
+        fail(CliText::quoted(key) + " must be a text");
     return value.get<std::string>();
 }
 
@@ -52,10 +48,10 @@ std::int64_t numberValue(const Json &value, std::string_view key, std::span<cons
         shown = value.get<std::string>();
         number = CliNames::numberForText(table, shown);
     } else {
-        fail(inQuotes(key) + " must be a text or a number");
+        fail(CliText::quoted(key) + " must be a text or a number");
     }
     if (!number)
-        fail("unknown " + std::string(what) + " " + inQuotes(shown) + " (corvale fields lists them)");
+        fail("unknown " + std::string(what) + " " + CliText::quoted(shown) + " (corvale fields lists them)");
     return *number;
 }
 
@@ -68,7 +64,7 @@ CliFilterRow filterValue(const Json &value)
     } else if (value.is_object()) {
         for (const auto &[key, part] : value.items()) {
             if (key != "field" && key != "operator" && key != "value")
-                fail("a filter has no key " + inQuotes(key) + " (field, operator, value)");
+                fail("a filter has no key " + CliText::quoted(key) + " (field, operator, value)");
         }
         if (!value.contains("field") || !value.contains("operator"))
             fail("a filter needs a \"field\" and an \"operator\"");
@@ -122,14 +118,14 @@ const Action &onlyAction(const Json &object)
         if (!action)
             continue;
         if (found)
-            fail("an edit has one action, not both " + inQuotes(found->key) + " and " + inQuotes(key));
+            fail("an edit has one action, not both " + CliText::quoted(found->key) + " and " + CliText::quoted(key));
         found = action;
     }
     if (!found)
         fail("an edit needs one of \"in\", \"bin\", \"range\", \"smart-bin\", \"smart-range\", \"remove\", \"rename\"");
     for (const auto &[key, value] : object.items()) {
         if (!actionForKey(key) && !keyBelongsTo(key, found->kind))
-            fail("unknown key " + inQuotes(key) + " in a " + inQuotes(found->key) + " edit");
+            fail("unknown key " + CliText::quoted(key) + " in a " + CliText::quoted(found->key) + " edit");
     }
     return *found;
 }
@@ -177,7 +173,7 @@ std::vector<CliEdit> editsFromDocument(const Json &document, std::string_view na
         fail("a recipe is an object with an \"edits\" list");
     for (const auto &[key, value] : document.items()) {
         if (key != "edits" && key != "description")
-            fail("unknown key " + inQuotes(key) + " (a recipe holds \"edits\" and \"description\")");
+            fail("unknown key " + CliText::quoted(key) + " (a recipe holds \"edits\" and \"description\")");
     }
     if (document.contains("description") && !document["description"].is_string())
         fail("\"description\" must be a text");

@@ -3,14 +3,10 @@
 
 #include "CliBinPath.h"
 #include "CliNames.h"
+#include "CliText.h"
 #include "TLSmartBinFilter.h"
 
 namespace {
-
-std::string inQuotes(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
-}
 
 std::string describe(const CliEdit &edit)
 {
@@ -18,7 +14,7 @@ std::string describe(const CliEdit &edit)
     if (edit.kind == CliEdit::Kind::smartRange)
         text += " " + CliNames::wordForNumber(CliNames::criteria(), edit.criterion);
     else
-        text += " " + inQuotes(edit.text);
+        text += " " + CliText::quoted(edit.text);
     if (!edit.origin.empty() && edit.origin.rfind("--", 0) != 0)
         text += " (" + edit.origin + ")";
     return text;
@@ -56,6 +52,18 @@ CliSortJob::Outcome CliSortJob::apply(const CliEdit &edit, std::string &reason)
         return removeBin(edit, reason);
     case CliEdit::Kind::rename:
         return renameBin(edit, reason);
+    case CliEdit::Kind::keepSelection:
+        m_keptSelections.push_back({m_selected, m_selectedPath});
+        m_selected = nullptr;
+        m_selectedPath = "/";
+        return Outcome::done;
+    case CliEdit::Kind::restoreSelection:
+        if (!m_keptSelections.empty()) {
+            m_selected = m_keptSelections.back().node;
+            m_selectedPath = m_keptSelections.back().path;
+            m_keptSelections.pop_back();
+        }
+        return Outcome::done;
     }
     reason = "unknown edit";
     return Outcome::failed;
@@ -166,7 +174,7 @@ bool CliSortJob::selectionIsInTree(std::string &reason) const
     const auto tree = m_document.dataArray();
     if (CliBinPath::isInTree(tree ? *tree : TLNodeList(), m_selected))
         return true;
-    reason = "the bin chosen with --in " + inQuotes(m_selectedPath) + " is no longer in the tree";
+    reason = "the bin chosen with --in " + CliText::quoted(m_selectedPath) + " is no longer in the tree";
     return false;
 }
 
@@ -184,9 +192,9 @@ CliSortJob::Outcome CliSortJob::outcomeOf(MyDocument::EditResult result, const C
     }
     reason = describe(edit) + " could not be applied";
     if (edit.kind == CliEdit::Kind::range)
-        reason = "the range expression " + inQuotes(edit.text) + " is malformed";
+        reason = "the range expression " + CliText::quoted(edit.text) + " is malformed";
     // A smart bin goes into whatever is selected; a range bin has no room.
     if (edit.kind == CliEdit::Kind::smartBin)
-        reason = describe(edit) + ": the bin chosen with --in " + inQuotes(m_selectedPath) + " cannot hold bins";
+        reason = describe(edit) + ": the bin chosen with --in " + CliText::quoted(m_selectedPath) + " cannot hold bins";
     return Outcome::failed;
 }

@@ -8,12 +8,16 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 // The job stands in for the user at the window: it keeps the selection
 // (chosen with select edits, the top level at first), and runs each edit as
 // the matching command with that selection, so the same rules refuse the
 // same edits. The selection stays where the user put it: a new bin does not
-// become selected, as it would in the window. Used on the main thread.
+// become selected, as it would in the window. The edits of a recipe come
+// between a keepSelection edit, which starts them at the top level, and a
+// restoreSelection edit, which puts the selection back as it was before the
+// recipe. Used on the main thread.
 class CliSortJob
 {
 public:
@@ -49,8 +53,16 @@ private:
     bool selectionIsInTree(std::string &reason) const;
     Outcome outcomeOf(MyDocument::EditResult result, const CliEdit &edit, std::string &reason) const;
 
+    struct Selection
+    {
+        TLBinNodePtr node;
+        std::string path;
+    };
+
     MyDocument &m_document;
     CliDocumentView &m_view;
     TLBinNodePtr m_selected;
     std::string m_selectedPath;
+    // The selections kept around recipes, innermost last.
+    std::vector<Selection> m_keptSelections;
 };

@@ -3,6 +3,7 @@
 
 #include "CliNames.h"
 #include "CliRecipe.h"
+#include "CliText.h"
 #include "TLBinRangeParser.h"
 
 #include <CLI/CLI.hpp>
@@ -12,11 +13,6 @@
 
 namespace {
 
-std::string inQuotes(std::string_view text)
-{
-    return "\"" + std::string(text) + "\"";
-}
-
 // An edit option: one value per occurrence, any number of occurrences.
 CLI::Option *addEditOption(CLI::App &command, const std::string &name, const std::string &valueName,
                            const std::string &description)
@@ -25,6 +21,14 @@ CLI::Option *addEditOption(CLI::App &command, const std::string &name, const std
         ->type_name(valueName)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+CliEdit selectionMarker(CliEdit::Kind kind, const std::string &recipe)
+{
+    CliEdit edit;
+    edit.kind = kind;
+    edit.origin = recipe;
+    return edit;
 }
 
 // Checks what can be checked before a project is open, so that a typing
@@ -46,7 +50,7 @@ std::string checkEdit(const CliEdit &edit)
     try {
         (void)TLBinRangeParser::arrayFromExpression(edit.text);
     } catch (const std::out_of_range &) {
-        return where + "the range expression " + inQuotes(edit.text) + " is malformed (\"]\" before \"[\", or \"x\" before \"-\")";
+        return where + "the range expression " + CliText::quoted(edit.text) + " is malformed (\"]\" before \"[\", or \"x\" before \"-\")";
     }
     return {};
 }
@@ -113,7 +117,15 @@ std::string CliSortOptions::readValue(const CLI::Option *option, std::size_t ind
         return readSmartBinPart(option, value, edits, smartBinOpen);
     if (option == m_recipe) {
         smartBinOpen = false;
-        return CliRecipe::readFile(value, edits);
+        std::vector<CliEdit> recipe;
+        if (auto failure = CliRecipe::readFile(value, recipe); !failure.empty())
+            return failure;
+        // A recipe is self-contained, so that it sorts any project alike: it
+        // starts at the top level, and the bin it chooses ends with it.
+        edits.push_back(selectionMarker(CliEdit::Kind::keepSelection, value));
+        edits.insert(edits.end(), std::make_move_iterator(recipe.begin()), std::make_move_iterator(recipe.end()));
+        edits.push_back(selectionMarker(CliEdit::Kind::restoreSelection, value));
+        return {};
     }
     CliEdit edit;
     if (option == m_in)
@@ -139,7 +151,7 @@ std::string CliSortOptions::readValue(const CLI::Option *option, std::size_t ind
     if (edit.kind == CliEdit::Kind::smartRange) {
         const auto criterion = CliNames::numberForText(CliNames::criteria(), value);
         if (!criterion)
-            return "unknown smart range criterion " + inQuotes(value) + " (corvale fields lists them)";
+            return "unknown smart range criterion " + CliText::quoted(value) + " (corvale fields lists them)";
         edit.criterion = *criterion;
     }
     smartBinOpen = edit.kind == CliEdit::Kind::smartBin;
@@ -152,7 +164,7 @@ std::string CliSortOptions::readSmartBinPart(const CLI::Option *option, const st
 {
     const std::string name = option == m_match ? "--match" : "--filter";
     if (!smartBinOpen)
-        return name + " " + inQuotes(value) + " must follow the --smart-bin it belongs to";
+        return name + " " + CliText::quoted(value) + " must follow the --smart-bin it belongs to";
     CliEdit &bin = edits.back();
     if (option == m_filter) {
         CliFilterRow row;
@@ -162,10 +174,10 @@ std::string CliSortOptions::readSmartBinPart(const CLI::Option *option, const st
         return {};
     }
     if (bin.hasMatchType)
-        return "--smart-bin " + inQuotes(bin.text) + " has two --match options";
+        return "--smart-bin " + CliText::quoted(bin.text) + " has two --match options";
     const auto matchType = CliNames::numberForText(CliNames::matchTypes(), value);
     if (!matchType)
-        return "unknown match type " + inQuotes(value) + " (all, any or first)";
+        return "unknown match type " + CliText::quoted(value) + " (all, any or first)";
     bin.matchType = *matchType;
     bin.hasMatchType = true;
     return {};

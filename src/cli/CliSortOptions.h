@@ -14,7 +14,8 @@ class Option;
 
 // Registers the sort options on a CLI11 subcommand and, once it has parsed,
 // turns them into edits. The edits come in command-line order (CLI11's
-// parse order), with the edits of each --recipe at the place of the option;
+// parse order), with the edits of each --recipe at the place of the option
+// (starting at the top level, and leaving the selection as it was before);
 // --match and --filter belong to the --smart-bin just before them.
 class CliSortOptions
 {

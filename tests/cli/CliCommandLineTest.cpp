@@ -249,6 +249,20 @@ TEST_F(CliCommandLineTest, RecipeEditsTakeThePlaceOfTheOption)
     EXPECT_EQ((*selects)["children"][0]["kind"], "smart-range");
 }
 
+TEST_F(CliCommandLineTest, ARecipeStartsAtTheTopAndKeepsItsSelectionToItself)
+{
+    const std::string project = copySample("Scoped.xml");
+    const std::string recipe = m_folder.file("scoped.json");
+    test::writeFile(recipe, R"({"edits": [{"bin": "Inner"}, {"in": "Inner"}, {"bin": "Deep"}]})");
+    const Outcome run = corvale({"sort", project, "--dry-run", "--bin", "Outer", "--in", "Outer", "--recipe", recipe,
+                                 "--bin", "After"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "bin \"Outer\"\n"
+                       "  bin \"After\"\n"
+                       "bin \"Inner\"\n"
+                       "  bin \"Deep\"\n");
+}
+
 TEST_F(CliCommandLineTest, AmbiguousAndMissingBinPathsAreClearErrors)
 {
     const std::string project = copySample("Paths.xml");
