@@ -25,13 +25,16 @@ public:
     enum class Format { binary, XML };
 
     // Inputs larger than this are refused without being read (this also keeps
-    // every length inside libplist's 32-bit sizes).
-    static constexpr std::size_t maximumByteCount = 64 * 1024 * 1024;
+    // every length inside libplist's 32-bit sizes). Sized so that the largest
+    // bin archive the archiver writes (about 100 bytes a media item, base64
+    // inside an XML settings file) still reads back.
+    static constexpr std::size_t maximumByteCount = 256 * 1024 * 1024;
     // Deepest accepted nesting of containers (XML: of elements).
     static constexpr int maximumDepth = 512;
     // Most nodes a parse may create, counting every copy of a shared binary
-    // object separately.
-    static constexpr std::size_t maximumNodeCount = std::size_t(1) << 21;
+    // object separately. A media item of a bin archive takes about 13, and
+    // the archiver accepts half a million nodes.
+    static constexpr std::size_t maximumNodeCount = std::size_t(1) << 23;
 
     TLPropertyList() = default;
     ~TLPropertyList();
@@ -64,7 +67,8 @@ public:
     // Gives up ownership of the root (null when empty) and leaves the list empty.
     plist_t release();
 
-    // The serialised tree; nullopt when empty or when libplist fails.
+    // The serialised tree; nullopt when empty or when it cannot be written
+    // (binary: TLBinaryPropertyListWriter, in linear time; XML: libplist).
     // A tree read from XML keeps references as {"CF$UID": n} dictionaries
     // (libplist does not convert them), so its binary form has no UIDs.
     std::optional<std::string> toBinary() const;
