@@ -10,6 +10,7 @@
 #include "TLKeyedUnarchiver.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
+#include "TLMediaItem.h"
 #include "TLPropertyList.h"
 #include "TLSmartBin.h"
 #include "TLSmartBinParser.h"
@@ -24,6 +25,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -144,21 +146,99 @@ TLNodeList asNodes(const TLMediaItemList &items)
     return TLNodeList(items.begin(), items.end());
 }
 
-// A saved top-level smart range is made again from the current clips; false
-// when it no longer collects any clip. A clip that cannot be found again
-// (see TLSmartRangeParser) leaves the saved node as it was.
-bool resolveSmartRange(TLSmartRangeItem &item, const TLFCPProjectController &controller)
+// Resolves the saved top-level smart ranges. Each criterion groups every
+// clip of the project once; a saved item then takes the clips of its value,
+// one per clip identifier (a later clip with the same identifier taking the
+// earlier one's place), which is what resolving the item on its own gives,
+// without one pass over all clips per item.
+class SmartRangeResolver
 {
-    TLNodeList children;
-    try {
-        children = TLSmartRangeParser::arrayForCriteria(item.criteria(), item.binName(), controller);
-    } catch (...) {
-        TLException::logException(std::current_exception(), "MyDocument::loadSettingsForProject");
+public:
+    explicit SmartRangeResolver(const TLFCPProjectController &controller) : m_controller(controller) {}
+
+    // The item's new children: empty when no clip has its value any more;
+    // nullopt when a clip of its value has no identifier, so that its items
+    // could never be found again.
+    std::optional<TLNodeList> childrenFor(const TLSmartRangeItem &item)
+    {
+        Groups &groups = groupsFor(item.criteria());
+        const auto found = groups.find(item.binName());
+        if (found == groups.end())
+            return TLNodeList();
+        Group &group = found->second;
+        if (!group.children)
+            return std::nullopt;
+        // Two saved items of the same value must not share media items: a
+        // node stands in one place of the tree only.
+        if (group.handedOut)
+            return copies(*group.children);
+        group.handedOut = true;
+        return group.children;
+    }
+
+private:
+    struct Group
+    {
+        std::optional<TLNodeList> children;
+        bool handedOut = false;
+    };
+    using Groups = std::unordered_map<std::string, Group>;
+
+    Groups &groupsFor(std::int64_t criteria)
+    {
+        const auto [found, isNew] = m_groupsByCriteria.try_emplace(criteria);
+        if (!isNew)
+            return found->second;
+        for (const auto &item : TLSmartRangeParser::arrayForCriteria(criteria, m_controller))
+            found->second.emplace(item->binName(), Group{keyedByUUID(*item->children()), false});
+        return found->second;
+    }
+
+    static std::optional<TLNodeList> keyedByUUID(const TLNodeList &clips)
+    {
+        TLNodeList kept;
+        std::unordered_map<std::string, std::size_t> indexByUUID;
+        for (const TLBinNodePtr &clip : clips) {
+            const std::optional<std::string> uuid = clip->uuid();
+            if (!uuid)
+                return std::nullopt;
+            const auto [found, isNew] = indexByUUID.try_emplace(*uuid, kept.size());
+            if (isNew)
+                kept.push_back(clip);
+            else
+                kept[found->second] = clip;
+        }
+        return kept;
+    }
+
+    static TLNodeList copies(const TLNodeList &clips)
+    {
+        TLNodeList copied;
+        copied.reserve(clips.size());
+        for (const TLBinNodePtr &clip : clips) {
+            if (const auto media = std::dynamic_pointer_cast<TLMediaItem>(clip))
+                copied.push_back(TLMediaItem::create(media->filePath(), media->shortName(), media->uuid()));
+        }
+        return copied;
+    }
+
+    const TLFCPProjectController &m_controller;
+    std::unordered_map<std::int64_t, Groups> m_groupsByCriteria;
+};
+
+// A saved top-level smart range is made again from the current clips; false
+// when it no longer collects any clip. One whose clips cannot all be found
+// again is kept as it was saved.
+bool resolveSmartRange(TLSmartRangeItem &item, SmartRangeResolver &resolver)
+{
+    std::optional<TLNodeList> children = resolver.childrenFor(item);
+    if (!children) {
+        TLLog::appendLog("Smart range \"%@\" keeps its saved clips: one of its clips has no uuid", item.binName());
         return true;
     }
-    if (children.empty())
+    if (children->empty())
         return false;
-    item.setChildren(std::move(children));
+    item.setChildren(std::move(*children));
     return true;
 }
 
@@ -166,6 +246,7 @@ bool resolveSmartRange(TLSmartRangeItem &item, const TLFCPProjectController &con
 // smart ranges resolved anew, and below that only the identifier filter.
 TLNodeList restoredTopLevel(const TLNodeList &saved, const UUIDSet &uuids, const TLFCPProjectController &controller)
 {
+    SmartRangeResolver smartRanges(controller);
     TLNodeList restored;
     restored.reserve(saved.size());
     for (const TLBinNodePtr &node : saved) {
@@ -177,7 +258,7 @@ TLNodeList restoredTopLevel(const TLNodeList &saved, const UUIDSet &uuids, const
             smartBin->setChildren(asNodes(TLSmartBinParser::arrayFromFilterArray(
                 *smartBin->filterArray(), smartBin->binName(), smartBin->matchType(), controller)));
         } else if (auto smartRange = std::dynamic_pointer_cast<TLSmartRangeItem>(node)) {
-            if (!resolveSmartRange(*smartRange, controller))
+            if (!resolveSmartRange(*smartRange, smartRanges))
                 continue;
         }
         restored.push_back(node);
@@ -365,7 +446,12 @@ void MyDocument::loadSettingsForProject(const std::string &path)
     TLLog::appendLog("binarray count: %i", saved->size());
 
     const UUIDSet uuids(uuidList.begin(), uuidList.end());
-    setDataArray(restoredTopLevel(*saved, uuids, *controller));
+    try {
+        setDataArray(restoredTopLevel(*saved, uuids, *controller));
+    } catch (...) {
+        TLException::logException(std::current_exception(), "MyDocument::loadSettingsForProject");
+        return;
+    }
     onMainThread([this] { view().reloadOutline(); });
 }
 

@@ -294,6 +294,39 @@ TEST_F(MyDocumentTest, TopLevelSmartBinsAndSmartRangesAreResolvedAgainstTheCurre
     EXPECT_TRUE(tree->at(3)->children()->empty());
 }
 
+TEST_F(MyDocumentTest, ASmartRangeTakesOneClipPerIdentifierAndSavedTwinsShareNoClips)
+{
+    test::ProjectBuilder project;
+    project.addClip({.id = "c1", .name = "One", .uuid = "U1", .scene = "x"});
+    project.addClip({.id = "c2", .name = "Two", .uuid = "U1", .scene = "x"});
+    project.addClip({.id = "c3", .name = "Three", .uuid = "U3", .scene = "x"});
+    project.addClip({.id = "c4", .name = "Four", .scene = "y"});
+    for (const auto uuid : {binUuidSelects, binUuidRejects, binUuid3})
+        project.addBin({.name = "Sent", .uuid = std::string(uuid)});
+    const auto path = project.writeTo(folder, "Twins.xml");
+    const auto savedRange = [](std::string name, std::string_view uuid, TLNodeList children) {
+        auto item = TLSmartRangeItem::create(std::move(name), 7);
+        item->setUuid(std::string(uuid));
+        item->setChildren(std::move(children));
+        return item;
+    };
+    storeTree(path, {savedRange("x", binUuidSelects, {}), savedRange("x", binUuidRejects, {}),
+                     savedRange("y", binUuid3, {mediaItem("U-OLD")})});
+
+    auto document = makeDocument();
+    ASSERT_TRUE(document->readFromURL(path));
+    const TLNodeListPtr tree = document->dataArray();
+    ASSERT_EQ(names(tree), (std::vector<std::string>{"x", "x", "y"}));
+    EXPECT_EQ(names(tree->at(0)->children()), (std::vector<std::string>{"Two", "Three"}));
+    EXPECT_EQ(names(tree->at(1)->children()), (std::vector<std::string>{"Two", "Three"}));
+    EXPECT_NE(tree->at(0)->children()->at(0), tree->at(1)->children()->at(0));
+    EXPECT_EQ(tree->at(1)->children()->at(0)->parent(), tree->at(1));
+    // A clip without an identifier could never be found again: the saved
+    // clips stay.
+    EXPECT_EQ(names(tree->at(2)->children()), std::vector<std::string>{"Old"});
+    EXPECT_TRUE(document->storeSettingsForProject(path));
+}
+
 TEST_F(MyDocumentTest, BelowTheTopLevelOnlyTheIdentifierFilterApplies)
 {
     const auto path = writeProjectWithMoreBins("Deep.xml");
