@@ -57,52 +57,80 @@ public:
 
     // ---- Opening and settings (MyDocument.cpp) ----
 
-    // Opens the project at `path`: a Final Cut Pro project (extension "fcp"
-    // in any case, or file type code 'FCPF') is fetched through the
-    // controller's Final Cut Pro load, anything else is parsed as an xmeml
-    // file. An xmeml file whose root's first child is a sequence is refused
-    // with an alert (false, no settings read). Otherwise the clips and the
-    // master-clip table are collected, the saved bin tree is restored, and
-    // the controller's load result is returned. `type` is not consulted.
+    // Opens the project at `path` and makes it the document's file. A Final
+    // Cut Pro project (extension "fcp" in any case, or file type code 'FCPF'
+    // in the file's Finder information) is fetched through the controller's
+    // Final Cut Pro load; anything else is parsed as an xmeml file. An xmeml
+    // file whose root's first child is a sequence is refused with the alert
+    // "This file is incompatible with Corvale" (no parent window): false,
+    // no controller, no settings read. Otherwise the clips and the
+    // master-clip table are collected and the saved bin tree restored
+    // whether or not the load succeeded, and the load's result is returned
+    // (false for a missing or unreadable file). Logs "Is FCP project" or
+    // "Is XML file". `type` is not consulted.
     [[nodiscard]] bool readFromURL(const std::string &path, std::string_view type = {});
 
-    // Restores the bin tree saved for the project at `path`; a missing,
-    // damaged or empty settings file leaves the tree empty (and the file as
-    // it is).
+    // Restores the bin tree saved for the project at `path` and reloads the
+    // outline. At the top level, nodes whose identifier the project no
+    // longer holds are dropped, smart bins and smart ranges are resolved
+    // again against the current clips (a smart range that collects nothing
+    // is dropped; one with a clip that has no uuid keeps its saved clips),
+    // and regular bins keep themselves with filterBinArray of their
+    // children. A missing settings file, one that is not a readable
+    // property-list dictionary with an archive under "data" (damaged,
+    // truncated, hostile, a folder), or an empty archive leaves the tree as
+    // it was (empty on opening) and the file untouched.
     void loadSettingsForProject(const std::string &path);
 
-    // The nodes whose identifier is in `uuids` (and those without an
-    // identifier field), with their children filtered the same way, deeply.
+    // A new list of the nodes whose identifier is in `uuids`, and of those
+    // without an identifier field; nodes with the field but no identifier
+    // are dropped. Kept nodes that hold children get them filtered the same
+    // way, deeply (media items too: their clip identifiers are not bin
+    // identifiers). Null entries are dropped.
     static TLNodeList filterBinArray(const TLNodeList &array, const std::vector<std::string> &uuids);
 
     // The settings file of the project at `projectPath`: the Application
     // Support folder + "/Quillmoor/Tessaline/Corvale/Project Settings/" +
-    // the project's file name + ".plist". nullopt when there is no
-    // Application Support folder.
+    // the project's file name (its last path component, trailing slashes
+    // ignored) + ".plist". nullopt when there is no Application Support
+    // folder or the path names no file ("" or "/").
     static std::optional<std::string> settingsPathForProject(const std::string &projectPath);
 
     // Archives the tree into the settings file of `projectPath`, creating
-    // its folder; false when the archive or the write failed (the old file
-    // is then untouched).
+    // its folders: an XML property-list dictionary holding the keyed archive
+    // as binary data under "data", written atomically. Logs "output data:
+    // <tree>". False when there is no settings path, the folder cannot be
+    // made, or the archive or the write failed (the old file is then
+    // untouched).
     bool storeSettingsForProject(const std::string &projectPath);
 
     // ---- Saving (MyDocument.cpp) ----
 
     // The save entry. A type of "Final Cut Pro Project" sends instead (on the
     // calling thread) and reports false. While a save runs, the alert
-    // "Unable to save" is shown and false returned. Otherwise the save
-    // starts on a thread of its own (true at once), or runs to its end on
-    // the calling thread once the application is quitting.
+    // "Unable to save" / "A save operation is already in progress." is
+    // shown on the window and false returned. Otherwise the save starts on a
+    // thread of its own (true at once), or, once the application is
+    // quitting, runs to its end on the calling thread (true, whatever the
+    // write's outcome, which has shown its own alert). `saveOperation` is
+    // carried but changes nothing.
     bool writeSafelyToURL(const std::string &path, std::string_view type, int saveOperation = 0);
 
-    // Merges the bins into the project, writes it atomically, then stores
-    // the settings for the written file's name. On a write error the alert
-    // "Error writing file" is shown and neither file changes. True when the
-    // project file was written.
+    // One save, on the calling thread: shows the progress sheet ("Generating
+    // bin list...", then "Writing file..."), merges the bins into the
+    // project, writes it pretty-printed (UTF-8 declaration, document type,
+    // one element per line, tab indentation) atomically to `request.url`,
+    // gives it the type code 'XML ' and creator 'KeyG' where the file
+    // system keeps them, stores the settings for the written file's name and
+    // marks the document clean. On a write error the sheet is hidden, the
+    // alert "Error writing file" with the reason is shown on the window and
+    // neither the project file nor its settings change (false). True when
+    // the project file was written.
     bool writeToURLOnThread(const MyDocumentSaveRequest &request);
 
     // Blocks until the last background save (if any) has finished.
     void waitForSave();
+    // Whether a background save is running.
     bool isSaving() const;
 
     // Sets isQuitting; false while a save runs, else whether there are no
