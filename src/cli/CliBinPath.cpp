@@ -24,7 +24,7 @@ std::string placeName(const std::vector<std::string> &names, std::size_t depth)
         return "at the top level";
     std::string path;
     for (std::size_t i = 0; i < depth; ++i)
-        path += (i ? "/" : "") + escapedName(names[i]);
+        path.append(i ? "/" : "").append(escapedName(names[i]));
     return "in " + CliText::quoted(path);
 }
 

@@ -6,17 +6,22 @@
 #include "CliText.h"
 #include "TLSmartBinFilter.h"
 
+#include <utility>
+
 namespace {
 
 std::string describe(const CliEdit &edit)
 {
-    std::string text = std::string(CliEdit::optionName(edit.kind));
+    // Appended piece by piece: g++ 12 warns wrongly (-Wrestrict) about
+    // "text" + std::string once inlined at -O3.
+    std::string text(CliEdit::optionName(edit.kind));
+    text += ' ';
     if (edit.kind == CliEdit::Kind::smartRange)
-        text += " " + CliNames::wordForNumber(CliNames::criteria(), edit.criterion);
+        text.append(CliNames::wordForNumber(CliNames::criteria(), edit.criterion));
     else
-        text += " " + CliText::quoted(edit.text);
+        text.append(CliText::quoted(edit.text));
     if (!edit.origin.empty() && edit.origin.rfind("--", 0) != 0)
-        text += " (" + edit.origin + ")";
+        text.append(" (").append(edit.origin).append(")");
     return text;
 }
 
@@ -53,14 +58,11 @@ CliSortJob::Outcome CliSortJob::apply(const CliEdit &edit, std::string &reason)
     case CliEdit::Kind::rename:
         return renameBin(edit, reason);
     case CliEdit::Kind::keepSelection:
-        m_keptSelections.push_back({m_selected, m_selectedPath});
-        m_selected = nullptr;
-        m_selectedPath = "/";
+        m_keptSelections.push_back(std::exchange(m_selection, Selection()));
         return Outcome::done;
     case CliEdit::Kind::restoreSelection:
         if (!m_keptSelections.empty()) {
-            m_selected = m_keptSelections.back().node;
-            m_selectedPath = m_keptSelections.back().path;
+            m_selection = std::move(m_keptSelections.back());
             m_keptSelections.pop_back();
         }
         return Outcome::done;
@@ -74,8 +76,7 @@ CliSortJob::Outcome CliSortJob::select(const CliEdit &edit, std::string &reason)
     TLBinNodePtr node;
     if (!resolve(edit.text, node, reason))
         return Outcome::failed;
-    m_selected = node;
-    m_selectedPath = edit.text;
+    m_selection = Selection{node, edit.text};
     return Outcome::done;
 }
 
@@ -84,7 +85,7 @@ CliSortJob::Outcome CliSortJob::addBin(const CliEdit &edit, std::string &reason)
     if (!selectionIsInTree(reason))
         return Outcome::failed;
     m_view.takeEditedItem();
-    const auto result = m_document.emptyBinClick(m_selected);
+    const auto result = m_document.emptyBinClick(m_selection.node);
     if (result != MyDocument::EditResult::done)
         return outcomeOf(result, edit, reason);
     // The window would now wait for the user to type the name over
@@ -104,7 +105,7 @@ CliSortJob::Outcome CliSortJob::addRange(const CliEdit &edit, std::string &reaso
         return Outcome::failed;
     m_document.binRangeClick();
     m_document.updateRangePreview(edit.text);
-    const auto result = m_document.createRangeClick(edit.text, m_selected);
+    const auto result = m_document.createRangeClick(edit.text, m_selection.node);
     if (result == MyDocument::EditResult::failed)
         m_document.cancelCreateRange();
     return outcomeOf(result, edit, reason);
@@ -116,7 +117,7 @@ CliSortJob::Outcome CliSortJob::addSmartBin(const CliEdit &edit, std::string &re
         return Outcome::failed;
     m_document.smartBinClick();
     m_document.setSmartBinFilterArray(filterListOf(edit));
-    const auto result = m_document.createSmartBinClick(edit.text, edit.matchType, m_selected).get();
+    const auto result = m_document.createSmartBinClick(edit.text, edit.matchType, m_selection.node).get();
     if (result != MyDocument::EditResult::done)
         m_document.cancelCreateSmartBin();
     return outcomeOf(result, edit, reason);
@@ -127,7 +128,7 @@ CliSortJob::Outcome CliSortJob::addSmartRange(const CliEdit &edit, std::string &
     if (!selectionIsInTree(reason))
         return Outcome::failed;
     m_document.smartRangeClick(edit.criterion);
-    const auto result = m_document.createSmartRangeClick(m_selected).get();
+    const auto result = m_document.createSmartRangeClick(m_selection.node).get();
     if (result != MyDocument::EditResult::done)
         m_document.cancelCreateSmartRange();
     return outcomeOf(result, edit, reason);
@@ -172,9 +173,9 @@ bool CliSortJob::resolve(const std::string &path, TLBinNodePtr &node, std::strin
 bool CliSortJob::selectionIsInTree(std::string &reason) const
 {
     const auto tree = m_document.dataArray();
-    if (CliBinPath::isInTree(tree ? *tree : TLNodeList(), m_selected))
+    if (CliBinPath::isInTree(tree ? *tree : TLNodeList(), m_selection.node))
         return true;
-    reason = "the bin chosen with --in " + CliText::quoted(m_selectedPath) + " is no longer in the tree";
+    reason = "the bin chosen with --in " + CliText::quoted(m_selection.path) + " is no longer in the tree";
     return false;
 }
 
@@ -195,6 +196,6 @@ CliSortJob::Outcome CliSortJob::outcomeOf(MyDocument::EditResult result, const C
         reason = "the range expression " + CliText::quoted(edit.text) + " is malformed";
     // A smart bin goes into whatever is selected; a range bin has no room.
     if (edit.kind == CliEdit::Kind::smartBin)
-        reason = describe(edit) + ": the bin chosen with --in " + CliText::quoted(m_selectedPath) + " cannot hold bins";
+        reason = describe(edit) + ": the bin chosen with --in " + CliText::quoted(m_selection.path) + " cannot hold bins";
     return Outcome::failed;
 }

@@ -36,7 +36,7 @@ public:
     Outcome apply(const CliEdit &edit, std::string &reason);
 
     // The selected bin; null for the top level.
-    TLBinNodePtr selected() const { return m_selected; }
+    TLBinNodePtr selected() const { return m_selection.node; }
 
 private:
     Outcome select(const CliEdit &edit, std::string &reason);
@@ -53,16 +53,16 @@ private:
     bool selectionIsInTree(std::string &reason) const;
     Outcome outcomeOf(MyDocument::EditResult result, const CliEdit &edit, std::string &reason) const;
 
+    // The selected bin (null: the top level) and the path it was chosen by.
     struct Selection
     {
         TLBinNodePtr node;
-        std::string path;
+        std::string path = "/";
     };
 
     MyDocument &m_document;
     CliDocumentView &m_view;
-    TLBinNodePtr m_selected;
-    std::string m_selectedPath;
+    Selection m_selection;
     // The selections kept around recipes, innermost last.
     std::vector<Selection> m_keptSelections;
 };

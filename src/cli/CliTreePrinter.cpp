@@ -52,10 +52,10 @@ std::string clipsText(const TLBinNodePtr &node)
 std::string lineForNode(const TLBinNodePtr &node)
 {
     std::string line(CliTreePrinter::kindWord(node->kind()));
-    line += " " + quotedName(node->displayName());
+    line.append(" ").append(quotedName(node->displayName()));
     const auto kind = node->kind();
     if (kind == TLBinNodeKind::smartBin || kind == TLBinNodeKind::smartRangeItem)
-        line += ", " + clipsText(node);
+        line.append(", ").append(clipsText(node));
     if (node->hasUuid()) {
         const auto uuid = node->uuid();
         line += uuid ? ", uuid " + *uuid : std::string(", no uuid yet");
