@@ -30,14 +30,22 @@ constexpr std::size_t shutdownWaitLimit = 10;
 std::mutex finishWritingLock;
 std::terminate_handler previousTerminateHandler = nullptr;
 
+// Stamps change once a second while a busy writer stamps thousands of lines
+// a second; the conversion to local time is kept per thread and second.
 std::string dateDescription()
 {
+    thread_local std::time_t cachedSecond = -1;
+    thread_local std::string cachedText;
     const std::time_t now = std::time(nullptr);
+    if (now == cachedSecond)
+        return cachedText;
     std::tm local{};
     localtime_r(&now, &local);
     char text[64];
     const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &local);
-    return std::string(text, length);
+    cachedSecond = now;
+    cachedText.assign(text, length);
+    return cachedText;
 }
 
 bool isContinuationByte(char c)
@@ -512,9 +520,14 @@ void TLLog::appendTextToLog(std::string_view text)
 void TLLog::enqueue(std::string text)
 {
     std::lock_guard lock(m_queueMutex);
+    // The writer only sleeps on an empty queue, so only the first line of a
+    // burst needs to wake it; sparing the others keeps logging threads from
+    // handing the lock back and forth with the writer on every line.
+    const bool writerMayBeWaiting = m_pending.empty();
     m_pending.push_back(std::move(text));
     startWriterLocked();
-    m_queueChanged.notify_all();
+    if (writerMayBeWaiting)
+        m_queueChanged.notify_all();
 }
 
 void TLLog::startWriterLocked()
@@ -539,7 +552,9 @@ void TLLog::runWriter()
         appendLogOnThread(text);
         lock.lock();
         m_executing = false;
-        m_queueChanged.notify_all();
+        // Only those waiting for the queue to drain need to know.
+        if (m_pending.empty())
+            m_queueChanged.notify_all();
     }
 }
 
