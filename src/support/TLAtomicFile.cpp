@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,6 +38,25 @@ void copyModeOfExistingFile(int descriptor, const std::string &path)
         ::fchmod(descriptor, existing.st_mode & 07777);
 }
 
+// Creates a new file beside `path` with the usual 0666-less-umask mode (as
+// any new file of the user's gets; mkstemp would make it private), under a
+// name no other writer uses. Returns the descriptor, or -1 with errno set.
+int createSibling(const std::string &path, std::string &temporary)
+{
+    static constexpr char alphabet[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    thread_local std::mt19937 generator(std::random_device{}());
+    std::uniform_int_distribution<std::size_t> pick(0, sizeof alphabet - 2);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        temporary = path + ".tmp-";
+        for (int index = 0; index < 8; ++index)
+            temporary += alphabet[pick(generator)];
+        const int descriptor = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor >= 0 || errno != EEXIST)
+            return descriptor;
+    }
+    return -1;
+}
+
 void syncFolderOf(const std::string &path)
 {
     const auto folder = std::filesystem::path(path).parent_path();
@@ -51,8 +71,8 @@ void syncFolderOf(const std::string &path)
 
 std::string TLAtomicFile::writeContents(const std::string &path, std::string_view contents)
 {
-    std::string temporary = path + ".XXXXXX";
-    const int descriptor = ::mkstemp(temporary.data());
+    std::string temporary;
+    const int descriptor = createSibling(path, temporary);
     if (descriptor < 0)
         return failure("cannot create", temporary, errno);
 

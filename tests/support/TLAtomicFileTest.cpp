@@ -36,6 +36,19 @@ TEST(TLAtomicFileTest, UnwritableFolderLeavesTheOldFileAndSaysWhy)
     EXPECT_EQ(test::readFile(path), "old");
 }
 
+TEST(TLAtomicFileTest, NewFilesFollowTheUmaskNotAPrivateMode)
+{
+    test::TemporaryFolder folder;
+    const auto path = folder.file("new.xml");
+    const mode_t previous = ::umask(022);
+    const auto reason = TLAtomicFile::writeContents(path, "x");
+    ::umask(previous);
+    ASSERT_EQ(reason, "");
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0644u);
+}
+
 TEST(TLAtomicFileTest, MissingFolderIsReportedNotCreated)
 {
     test::TemporaryFolder folder;
