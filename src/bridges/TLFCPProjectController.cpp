@@ -6,6 +6,7 @@
 #include "TLLocalPaths.h"
 #include "TLLog.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -211,6 +212,33 @@ TLMasterClipPaths buildMasterClipPaths(const std::vector<pugi::xml_node> &pathur
     return table;
 }
 
+
+constexpr std::string_view binElementName = "bin";
+
+// Calls `found(text, bin)` for every bin element at or below `root`, in
+// document order, once for each text node of each of its uuid children:
+// exactly the pairs that ".//bin/uuid[text()=...]" can match. Iterative,
+// since projects may nest deeply.
+template <typename Found>
+void forEachBinUuid(pugi::xml_node root, Found found)
+{
+    for (pugi::xml_node node = root; node;) {
+        if (node.type() == pugi::node_element && binElementName == node.name()) {
+            for (pugi::xml_node uuid = node.child("uuid"); uuid; uuid = uuid.next_sibling("uuid"))
+                for (pugi::xml_node text = uuid.first_child(); text; text = text.next_sibling())
+                    if (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata)
+                        found(std::string(text.value()), node);
+        }
+        if (pugi::xml_node child = node.first_child()) {
+            node = child;
+            continue;
+        }
+        while (node && node != root && !node.next_sibling())
+            node = node.parent();
+        node = node == root ? pugi::xml_node() : node.next_sibling();
+    }
+}
+
 } // namespace
 
 TLFCPProjectController::TLFCPProjectController(TLProjectSources sources)
@@ -372,10 +400,54 @@ pugi::xml_node TLFCPProjectController::nodeWithUUID(std::string_view uuid,
     return guarded("TLFCPProjectController::nodeWithUUID", pugi::xml_node(), [&] {
         if (!isPlainElementName(type))
             return pugi::xml_node();
+        if (type == binElementName) {
+            std::lock_guard lock(m_binIndexMutex);
+            const BinIndex &index = binIndex();
+            const auto found = index.find(std::string(uuid));
+            return found == index.end() || found->second.empty() ? pugi::xml_node() : found->second.front();
+        }
         std::string query(".//");
         query.append(type).append("/uuid[text()=").append(stringLiteral(uuid)).append("][1]/..");
         return firstNodeForQuery(query).node();
     });
+}
+
+const TLFCPProjectController::BinIndex &TLFCPProjectController::binIndex() const
+{
+    if (m_document && m_binIndexDocument.lock() == m_document)
+        return m_binIndex;
+    m_binIndex.clear();
+    m_binIndexDocument = m_document;
+    if (m_document)
+        forEachBinUuid(*m_document, [this](const std::string &uuid, pugi::xml_node bin) {
+            auto &bins = m_binIndex[uuid];
+            if (bins.empty() || bins.back() != bin)
+                bins.push_back(bin);
+        });
+    return m_binIndex;
+}
+
+bool TLFCPProjectController::detachNode(pugi::xml_node element)
+{
+    pugi::xml_node parent = element.parent();
+    if (!element || !parent)
+        return false;
+    {
+        std::lock_guard lock(m_binIndexMutex);
+        if (m_document && m_binIndexDocument.lock() == m_document)
+            forEachBinUuid(element, [this](const std::string &uuid, pugi::xml_node bin) {
+                auto &bins = m_binIndex[uuid];
+                bins.erase(std::remove(bins.begin(), bins.end(), bin), bins.end());
+            });
+    }
+    return parent.remove_child(element);
+}
+
+void TLFCPProjectController::documentDidChange()
+{
+    std::lock_guard lock(m_binIndexMutex);
+    m_binIndexDocument.reset();
+    m_binIndex.clear();
 }
 
 pugi::xml_node TLFCPProjectController::clipNodeWithUUID(std::string_view uuid) const

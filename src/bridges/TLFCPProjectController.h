@@ -105,6 +105,15 @@ public:
     // handle when none matches or `type` is not a plain element name.
     pugi::xml_node nodeWithUUID(std::string_view uuid, std::string_view type) const;
 
+    // Removes `element` and everything in it from the document, keeping the
+    // uuid lookups of nodeWithUUID up to date. False for an empty handle or
+    // a node without a parent.
+    bool detachNode(pugi::xml_node element);
+
+    // Says that elements were added to the document or renamed outside
+    // detachNode, so that the uuid lookups are rebuilt when next needed.
+    void documentDidChange();
+
     // The first entry of clips(), in list order, whose own uuid child (not a
     // nested one) holds `uuid`; an empty handle when none does. Constant
     // time on average: an index is built on first use after setClips and
@@ -157,6 +166,15 @@ private:
     std::shared_ptr<pugi::xml_document> m_masterClipPathsDocument;
     TLXMLNodeList m_clips;
     TLMasterClipPaths m_masterClipPaths;
+    // Bins by the text of their uuid children, each list in document order:
+    // looking a bin up by uuid happens twice per top-level bin of a merge,
+    // and a query over a large project costs a walk of the whole tree.
+    // Built on first use for the document it was built from.
+    using BinIndex = std::unordered_map<std::string, std::vector<pugi::xml_node>>;
+    const BinIndex &binIndex() const;
+    mutable std::mutex m_binIndexMutex;
+    mutable BinIndex m_binIndex;
+    mutable std::weak_ptr<pugi::xml_document> m_binIndexDocument;
     // uuid -> first clip with that uuid; built once per setClips.
     mutable std::unique_ptr<std::once_flag> m_clipIndexBuilt;
     mutable std::unordered_map<std::string, pugi::xml_node> m_clipIndex;

@@ -23,6 +23,20 @@
 
 namespace {
 
+// The bins of a large project run to hundreds of megabytes; the log keeps
+// the first megabyte of such a text and says how long the whole was.
+std::string textForLog(const std::string &text)
+{
+    constexpr std::size_t limit = 1024 * 1024;
+    if (text.size() <= limit)
+        return text;
+    std::size_t cut = limit;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
+        --cut; // never split a character
+    return text.substr(0, cut) + "... (" + std::to_string(text.size()) + " bytes in all)";
+}
+
+
 constexpr std::string_view replaceOrAdd = "replaceoradd";
 constexpr std::string_view binType = "bin";
 constexpr std::string_view projectChildrenQuery = "./xmeml[1]/project[1]/children[1]";
@@ -256,7 +270,7 @@ std::string MyDocument::generateXMLOutput()
             writer.writeBin(*node);
     }
     output += "</xmeml>";
-    TLLog::appendLog("Output: %@", output);
+    TLLog::appendLog("Output: %@", textForLog(output));
     return output;
 }
 
@@ -292,8 +306,9 @@ void MyDocument::removeXMLElementAndChildren(const TLBinNodePtr &node)
         TLLog::appendLog("bin: %@", nullptr);
         return;
     }
-    TLLog::appendLog("bin: %@", serialised(earlier, pugi::format_raw));
-    earlier.parent().remove_child(earlier);
+    // The element itself may hold thousands of clips: name it, don't print it.
+    TLLog::appendLog("bin: <bin> %@ (%@)", TLXMLParser::nameForNode(earlier, true), *uuid);
+    controller->detachNode(earlier);
 }
 
 void MyDocument::addBinsToXML()
@@ -326,6 +341,7 @@ void MyDocument::addBinsToXML()
     if (pugi::xml_node target = controller->firstNodeForQuery(projectChildrenQuery).node()) {
         for (const pugi::xml_document &bin : parsed)
             target.append_copy(bin.document_element());
+        controller->documentDidChange();
     }
     controller->collectClipsAndMasterClipPaths();
 }

@@ -418,3 +418,34 @@ TEST(TLFCPProjectControllerTest, VeryDeepNestingLoadsWithoutCrashing)
     ASSERT_TRUE(controller.setXmlDocFromFilePath(writeProject(folder, deep, "unclosed.xml")));
     EXPECT_EQ(controller.xmlDoc(), nullptr);
 }
+
+TEST(TLFCPProjectControllerTest, BinLookupsFollowDetachingAndAddingLikeTheQueryWould)
+{
+    test::TemporaryFolder folder;
+    TLFCPProjectController controller;
+    ASSERT_TRUE(controller.setXmlDocFromFilePath(writeProject(folder, R"(<xmeml><project><children>
+        <bin><name>Outer</name><uuid>A</uuid><children>
+          <bin><name>Inner</name><uuid>B</uuid></bin></children></bin>
+        <bin><name>Second A</name><uuid>A</uuid></bin>
+        <bin><name>Two ids</name><uuid>C</uuid><uuid>D</uuid></bin>
+      </children></project></xmeml>)")));
+    const auto agreesWithQuery = [&](const char *uuid) {
+        const auto query = std::string(".//bin/uuid[text()=\"") + uuid + "\"][1]/..";
+        return controller.nodeWithUUID(uuid, "bin") == controller.firstNodeForQuery(query).node();
+    };
+    EXPECT_EQ(nameOf(controller.nodeWithUUID("A", "bin")), "Outer") << "the first in document order";
+    EXPECT_EQ(nameOf(controller.nodeWithUUID("D", "bin")), "Two ids");
+
+    ASSERT_TRUE(controller.detachNode(controller.nodeWithUUID("A", "bin")));
+    EXPECT_EQ(nameOf(controller.nodeWithUUID("A", "bin")), "Second A");
+    EXPECT_FALSE(controller.nodeWithUUID("B", "bin")) << "bins inside a detached bin go with it";
+    EXPECT_FALSE(controller.detachNode(pugi::xml_node()));
+
+    auto children = controller.firstNodeForQuery("./xmeml/project/children").node();
+    auto added = children.prepend_child("bin");
+    added.append_child("uuid").text().set("B");
+    controller.documentDidChange();
+    EXPECT_EQ(controller.nodeWithUUID("B", "bin"), added);
+    for (const char *uuid : {"A", "B", "C", "D", "E"})
+        EXPECT_TRUE(agreesWithQuery(uuid)) << uuid;
+}
