@@ -17,6 +17,7 @@
 #include <cstring>
 #include <iostream>
 #include <sys/stat.h>
+#include <unordered_set>
 
 namespace {
 
@@ -101,6 +102,28 @@ void noteRepeatedRegularBins(MyDocument &document, std::ostream &err)
     }
 }
 
+// The merge leaves out a bin whose text is not well-formed XML (a name
+// holding "&" or "<", or clips of its earlier self whose text holds them,
+// which the merge copies bare); the document only logs it. The next opening
+// drops such a bin from the tree, so the user hears of it now.
+void noteBinsLeftOut(MyDocument &document, std::ostream &err)
+{
+    const auto controller = document.mediaController();
+    const auto tree = document.dataArray();
+    if (!controller || !tree)
+        return;
+    const auto written = controller->stringValuesForQuery(".//bin/uuid[1]");
+    const std::unordered_set<std::string> uuids(written.begin(), written.end());
+    for (const auto &node : *tree) {
+        const auto uuid = node ? node->uuid() : std::nullopt;
+        if (!uuid || uuids.contains(*uuid))
+            continue;
+        err << "corvale: note: the bin " << CliText::quoted(node->binName())
+            << " could not be merged into the project (its text is not well-formed XML) and will be gone when the "
+               "project is next opened\n";
+    }
+}
+
 MyDocumentServices servicesWithView(const std::shared_ptr<CliDocumentView> &view)
 {
     MyDocumentServices services;
@@ -167,6 +190,7 @@ int runSort(const CliSortOptions &options, std::ostream &out, std::ostream &err)
         printReason(err, "cannot write " + target + "; the project and its settings are unchanged");
         return CliCommandLine::failure;
     }
+    noteBinsLeftOut(document, err);
     return CliCommandLine::success;
 }
 

@@ -210,6 +210,17 @@ TEST_F(CliCommandLineTest, SecondSortReplacesTheBinsOfTheFirst)
     EXPECT_EQ(uuids.size(), 2u + 7u);
 }
 
+TEST_F(CliCommandLineTest, ABinTheMergeLeavesOutIsNamed)
+{
+    const std::string project = copySample("LeftOut.xml");
+    const Outcome run = corvale({"sort", project, "--smart-bin", "Rock & Roll", "--filter", "name contains drone",
+                                 "--range", "Reel [1-2]"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "corvale: note: the bin \"Rock & Roll\" could not be merged into the project (its text is "
+                       "not well-formed XML) and will be gone when the project is next opened\n");
+    EXPECT_EQ(shownUuids(project).size(), 2u);
+}
+
 TEST_F(CliCommandLineTest, DryRunPrintsTheTreeAndWritesNothing)
 {
     const std::string project = copySample("DryRun.xml");
