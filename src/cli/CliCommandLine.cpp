@@ -112,7 +112,8 @@ void noteBinsLeftOut(MyDocument &document, std::ostream &err)
     const auto tree = document.dataArray();
     if (!controller || !tree)
         return;
-    const auto written = controller->stringValuesForQuery(".//bin/uuid[1]");
+    // Merged bins land among the project's own children, never deeper.
+    const auto written = controller->stringValuesForQuery("./xmeml[1]/project[1]/children[1]/bin/uuid[1]");
     const std::unordered_set<std::string> uuids(written.begin(), written.end());
     for (const auto &node : *tree) {
         const auto uuid = node ? node->uuid() : std::nullopt;
