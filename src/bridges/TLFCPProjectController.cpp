@@ -443,6 +443,12 @@ bool TLFCPProjectController::detachNode(pugi::xml_node element)
     return parent.remove_child(element);
 }
 
+void TLFCPProjectController::prepareBinLookups() const
+{
+    std::lock_guard lock(m_binIndexMutex);
+    binIndex();
+}
+
 void TLFCPProjectController::documentDidChange()
 {
     std::lock_guard lock(m_binIndexMutex);

@@ -110,6 +110,11 @@ public:
     // a node without a parent.
     bool detachNode(pugi::xml_node element);
 
+    // Builds the uuid lookup of bins now. A caller that is about to add bins
+    // which lookups must not find (until it calls documentDidChange) calls
+    // this first; otherwise the lookup is built on first use.
+    void prepareBinLookups() const;
+
     // Says that elements were added to the document or renamed outside
     // detachNode, so that the uuid lookups are rebuilt when next needed.
     void documentDidChange();

@@ -142,6 +142,7 @@ private:
         }
     }
 
+public:
     // The bare text of the earlier bin's children. Its updatebehavior is set
     // in the project document first, so a later save keeps "replaceoradd".
     static std::string earlierChildrenText(pugi::xml_node earlier)
@@ -154,8 +155,114 @@ private:
         return TLXMLParser::stringValue(pugi::xpath_node(children));
     }
 
+private:
     const TLFCPProjectController *m_controller;
     std::string &m_output;
+};
+
+// Text that parses back to itself as character data: nothing that could
+// start markup or a reference, end a CDATA section, or that the parser
+// would normalise (carriage returns) or refuse (control characters).
+bool isPlainText(std::string_view text)
+{
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (character == '<' || character == '&' || character == '\r'
+            || (byte < 0x20 && character != '\t' && character != '\n'))
+            return false;
+    }
+    return text.find("]]>") == std::string_view::npos;
+}
+
+bool isWhitespaceOnly(std::string_view text)
+{
+    return text.find_first_not_of(" \t\n\r") == std::string_view::npos;
+}
+
+// Builds bin elements straight into the project document, node for node
+// what parsing BinWriter's text would give, without the text: clips are
+// copied within the document, where pugixml shares their strings, so a
+// merge of a large project costs nodes rather than a text of hundreds of
+// megabytes and its parse. A bin whose own texts hold markup cannot be built
+// this way (only parsing shows what such a name becomes) and is reported
+// as not plain, for the caller to take the text road.
+class BinBuilder
+{
+public:
+    explicit BinBuilder(const TLFCPProjectController &controller) : m_controller(controller) {}
+
+    // Appends the node's bin to `parent`; false when a text of it is not plain.
+    bool buildBin(TLBinNode &node, pugi::xml_node parent)
+    {
+        pugi::xml_node earlier;
+        std::optional<std::string> uuid = node.uuid();
+        if (uuid)
+            earlier = m_controller.nodeWithUUID(*uuid, binType);
+        if (!uuid) {
+            uuid = TLUUID::generateUUID();
+            node.setUuid(uuid);
+        }
+        pugi::xml_node bin = parent.append_child("bin");
+        bool plain = appendTextElement(bin, "uuid", *uuid);
+        appendTextElement(bin, "updatebehavior", replaceOrAdd);
+        plain = appendTextElement(bin, "name", node.binName()) && plain;
+        pugi::xml_node children = bin.append_child("children");
+        const std::string earlierText = BinWriter::earlierChildrenText(earlier);
+        plain = buildChildren(node, children) && plain;
+        return appendText(children, earlierText) && plain;
+    }
+
+private:
+    static bool appendText(pugi::xml_node element, std::string_view text)
+    {
+        if (!isPlainText(text))
+            return false;
+        // The parser drops text that is only white space; so does this.
+        if (!isWhitespaceOnly(text))
+            element.append_child(pugi::node_pcdata).set_value(std::string(text).c_str());
+        return true;
+    }
+
+    static bool appendTextElement(pugi::xml_node parent, const char *name, std::string_view text)
+    {
+        return appendText(parent.append_child(name), text);
+    }
+
+    bool buildChildren(TLBinNode &node, pugi::xml_node children)
+    {
+        switch (node.kind()) {
+        case TLBinNodeKind::regularBin: {
+            bool plain = true;
+            for (const TLBinNodePtr &child : *node.children())
+                plain = buildBin(*child, children) && plain;
+            return plain;
+        }
+        case TLBinNodeKind::smartBin:
+        case TLBinNodeKind::smartRangeItem:
+            copyClips(node, children);
+            return true;
+        case TLBinNodeKind::binRangeItem:
+        case TLBinNodeKind::mediaItem:
+            return true;
+        }
+        return true;
+    }
+
+    void copyClips(const TLBinNode &node, pugi::xml_node children)
+    {
+        for (const TLBinNodePtr &child : *node.children()) {
+            if (child->kind() != TLBinNodeKind::mediaItem)
+                continue;
+            const std::optional<std::string> uuid = child->uuid();
+            const pugi::xml_node clip = uuid ? m_controller.clipNodeWithUUID(*uuid) : pugi::xml_node();
+            if (!clip)
+                continue;
+            MyDocument::setUpdateBehavior(replaceOrAdd, clip);
+            children.append_copy(clip);
+        }
+    }
+
+    const TLFCPProjectController &m_controller;
 };
 
 bool isReferenceName(std::string_view name)
@@ -324,25 +431,35 @@ void MyDocument::addBinsToXML()
 
     const TLNodeListPtr bins = dataArray();
     const TLNodeList topLevel = bins ? *bins : TLNodeList();
-    // Every text is generated before anything is removed: generation reads
-    // the earlier bins that the removals take away.
-    std::vector<pugi::xml_document> parsed;
-    parsed.reserve(topLevel.size());
+    pugi::xml_document &project = *controller->xmlDoc();
+    // Every bin is made before anything is removed: making them reads the
+    // earlier bins that the removals take away, and copies clips that may
+    // stand inside them. They wait outside the root element meanwhile, where
+    // no query of the project reaches; the uuid lookup of bins is made before
+    // the first of them exists, so that neither the earlier-bin lookups nor
+    // the removals below can take one of them for an earlier bin.
+    controller->prepareBinLookups();
+    pugi::xml_node staging = project.append_child("staging");
+    BinBuilder builder(*controller);
     for (const TLBinNodePtr &node : topLevel) {
+        if (builder.buildBin(*node, staging))
+            continue;
+        staging.remove_child(staging.last_child());
         if (std::optional<pugi::xml_document> bin = parsedBin(generateXMLForObjectAndChildren(node)))
-            parsed.push_back(std::move(*bin));
+            staging.append_copy(bin->document_element());
     }
     for (const TLBinNodePtr &node : topLevel)
         removeXMLElementAndChildren(node);
 
+    if (pugi::xml_node target = controller->firstNodeForQuery(projectChildrenQuery).node()) {
+        while (pugi::xml_node bin = staging.first_child())
+            target.append_move(bin);
+    }
+    project.remove_child(staging);
+    controller->documentDidChange();
     // pugixml frees removed elements at once, and the clip list and the
     // master-clip table may point into them: they must be collected again
     // before anyone reads them.
-    if (pugi::xml_node target = controller->firstNodeForQuery(projectChildrenQuery).node()) {
-        for (const pugi::xml_document &bin : parsed)
-            target.append_copy(bin.document_element());
-        controller->documentDidChange();
-    }
     controller->collectClipsAndMasterClipPaths();
 }
 
