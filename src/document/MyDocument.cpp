@@ -266,47 +266,39 @@ TLNodeList restoredTopLevel(const TLNodeList &saved, const UUIDSet &uuids, const
     return restored;
 }
 
-// Receives pugixml's output straight into the text that is written, so the
-// project exists once as a tree and once as text, never more.
-class StringWriter final : public pugi::xml_writer
+// Hands pugixml's output to the file as it is printed: a large project is
+// never held as text beside its tree.
+class SinkWriter final : public pugi::xml_writer
 {
 public:
-    explicit StringWriter(std::string &output) : m_output(output) {}
-    void write(const void *data, size_t size) override { m_output.append(static_cast<const char *>(data), size); }
+    explicit SinkWriter(const TLAtomicFile::Sink &sink) : m_sink(sink) {}
+    void write(const void *data, size_t size) override
+    {
+        m_ok = m_ok && m_sink(std::string_view(static_cast<const char *>(data), size));
+    }
+    bool ok() const { return m_ok; }
 
 private:
-    std::string &m_output;
+    const TLAtomicFile::Sink &m_sink;
+    bool m_ok = true;
 };
-
-// Room for the whole text at once: the file the project came from, with a
-// margin for indentation that the original may not have had. Reserved pages
-// that are never written cost no memory.
-std::size_t expectedTextSize(const std::string &originalPath)
-{
-    std::error_code error;
-    const std::uintmax_t size = originalPath.empty() ? 0 : std::filesystem::file_size(originalPath, error);
-    if (error)
-        return 64 * 1024;
-    return std::size_t(size + size / 4 + 64 * 1024);
-}
 
 // The project as indented text, one element to a line, with a UTF-8
 // declaration and the document type Final Cut Pro expects. Declarations and
 // document types already in the tree are replaced by these.
-std::string prettyPrinted(const pugi::xml_document &document, std::size_t expectedSize)
+bool printPretty(const pugi::xml_document &document, const TLAtomicFile::Sink &sink)
 {
-    std::string text;
-    text.reserve(expectedSize);
-    text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    std::string header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     if (const pugi::xml_node root = document.document_element())
-        text += "<!DOCTYPE " + std::string(root.name()) + ">\n";
-    StringWriter writer(text);
+        header += "<!DOCTYPE " + std::string(root.name()) + ">\n";
+    SinkWriter writer(sink);
+    writer.write(header.data(), header.size());
     for (const pugi::xml_node &node : document.children()) {
         if (node.type() == pugi::node_declaration || node.type() == pugi::node_doctype)
             continue;
         node.print(writer, "\t", pugi::format_indent, pugi::encoding_utf8);
     }
-    return text;
+    return writer.ok();
 }
 
 } // namespace
@@ -589,9 +581,11 @@ std::string MyDocument::writeProjectFile(const std::string &path)
         const std::shared_ptr<TLFCPProjectController> controller = mediaController();
         if (!controller || !controller->xmlDoc())
             return "There is no project to write.";
-        std::string text = prettyPrinted(*controller->xmlDoc(), expectedTextSize(fileURL()));
         onMainThread([this] { view().updateProgressLabel("Writing file..."); });
-        return TLAtomicFile::writeContents(path, text);
+        const pugi::xml_document &project = *controller->xmlDoc();
+        return TLAtomicFile::writeWith(path, [&project](const TLAtomicFile::Sink &sink) {
+            return printPretty(project, sink);
+        });
     } catch (const std::exception &exception) {
         TLException::logException(exception, "MyDocument::writeToURLOnThread");
         return exception.what();

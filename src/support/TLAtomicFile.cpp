@@ -29,6 +29,49 @@ bool writeAll(int descriptor, std::string_view contents)
     return true;
 }
 
+// Collects small writes into large ones; remembers the first failure.
+class BufferedSink
+{
+public:
+    explicit BufferedSink(int descriptor) : m_descriptor(descriptor) { m_buffer.reserve(capacity); }
+
+    bool write(std::string_view bytes)
+    {
+        if (m_error)
+            return false;
+        if (m_buffer.size() + bytes.size() > capacity && !flush())
+            return false;
+        if (bytes.size() >= capacity)
+            return writeThrough(bytes);
+        m_buffer.append(bytes);
+        return true;
+    }
+
+    bool flush()
+    {
+        const bool written = m_error == 0 && writeThrough(m_buffer);
+        m_buffer.clear();
+        return written;
+    }
+
+    int error() const { return m_error; }
+
+private:
+    static constexpr std::size_t capacity = 1 << 20;
+
+    bool writeThrough(std::string_view bytes)
+    {
+        if (writeAll(m_descriptor, bytes))
+            return true;
+        m_error = errno ? errno : EIO;
+        return false;
+    }
+
+    int m_descriptor;
+    int m_error = 0;
+    std::string m_buffer;
+};
+
 // Keeps the permissions of the file being replaced, so a save does not
 // quietly change who may read the user's project.
 void copyModeOfExistingFile(int descriptor, const std::string &path)
@@ -71,14 +114,27 @@ void syncFolderOf(const std::string &path)
 
 std::string TLAtomicFile::writeContents(const std::string &path, std::string_view contents)
 {
+    return writeWith(path, [contents](const Sink &sink) { return sink(contents); });
+}
+
+std::string TLAtomicFile::writeWith(const std::string &path, const std::function<bool(const Sink &)> &produce)
+{
     std::string temporary;
     const int descriptor = createSibling(path, temporary);
     if (descriptor < 0)
         return failure("cannot create", temporary, errno);
 
     copyModeOfExistingFile(descriptor, path);
-    const bool written = writeAll(descriptor, contents) && ::fsync(descriptor) == 0;
-    const int writeError = errno;
+    BufferedSink buffered(descriptor);
+    const Sink sink = [&buffered](std::string_view bytes) { return buffered.write(bytes); };
+    bool produced = false;
+    try {
+        produced = produce(sink);
+    } catch (...) {
+        produced = false;
+    }
+    const bool written = produced && buffered.flush() && ::fsync(descriptor) == 0;
+    const int writeError = !produced ? ECANCELED : buffered.error() ? buffered.error() : errno;
     if (::close(descriptor) != 0 || !written) {
         const int error = written ? errno : writeError;
         ::unlink(temporary.c_str());

@@ -2,6 +2,7 @@
 // file, flush it to disk, then rename it over the target.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -14,4 +15,15 @@ public:
     // such as "cannot create /a/b: Permission denied".
     [[nodiscard]] static std::string writeContents(const std::string &path,
                                                    std::string_view contents);
+
+    // Where a producer puts the bytes of a file; returns false once writing
+    // has failed (the producer may stop then; later bytes are ignored).
+    using Sink = std::function<bool(std::string_view bytes)>;
+
+    // The same for contents too large to hold twice in memory: `produce`
+    // writes them piece by piece into the sink it is given (buffered), and
+    // returns false to give up, which leaves the old file untouched too
+    // ("cannot write ...: Operation canceled").
+    [[nodiscard]] static std::string writeWith(const std::string &path,
+                                               const std::function<bool(const Sink &)> &produce);
 };

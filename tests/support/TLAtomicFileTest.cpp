@@ -56,3 +56,37 @@ TEST(TLAtomicFileTest, MissingFolderIsReportedNotCreated)
     EXPECT_NE(reason.find("cannot create"), std::string::npos) << reason;
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "gone"));
 }
+
+TEST(TLAtomicFileTest, StreamedContentsArriveWholeOrNotAtAll)
+{
+    test::TemporaryFolder folder;
+    const auto path = folder.file("project.xml");
+    test::writeFile(path, "old");
+
+    const auto giveUp = TLAtomicFile::writeWith(path, [](const TLAtomicFile::Sink &sink) {
+        sink("half of it");
+        return false;
+    });
+    EXPECT_NE(giveUp.find("cannot write"), std::string::npos) << giveUp;
+    const auto thrown = TLAtomicFile::writeWith(path, [](const TLAtomicFile::Sink &) -> bool {
+        throw std::runtime_error("producer failed");
+    });
+    EXPECT_NE(thrown, "");
+    EXPECT_EQ(test::readFile(path), "old");
+
+    std::string expected;
+    ASSERT_EQ(TLAtomicFile::writeWith(path, [&expected](const TLAtomicFile::Sink &sink) {
+                  const std::string piece(1000, 'x');
+                  const std::string large(3 << 20, 'y');
+                  for (int index = 0; index < 3000; ++index) {
+                      expected += piece + std::to_string(index);
+                      if (!sink(piece + std::to_string(index)))
+                          return false;
+                  }
+                  expected += large;
+                  return sink(large);
+              }),
+              "");
+    EXPECT_EQ(test::readFile(path), expected);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
+}
