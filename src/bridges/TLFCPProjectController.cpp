@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <system_error>
 #include <thread>
+#include <unordered_set>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -215,20 +216,14 @@ TLMasterClipPaths buildMasterClipPaths(const std::vector<pugi::xml_node> &pathur
 
 constexpr std::string_view binElementName = "bin";
 
-// Calls `found(text, bin)` for every bin element at or below `root`, in
-// document order, once for each text node of each of its uuid children:
-// exactly the pairs that ".//bin/uuid[text()=...]" can match. Iterative,
-// since projects may nest deeply.
-template <typename Found>
-void forEachBinUuid(pugi::xml_node root, Found found)
+// Calls `visit(element)` for every element at or below `root`, in
+// document order. Iterative, since projects may nest deeply.
+template <typename Visit>
+void forEachElement(pugi::xml_node root, Visit visit)
 {
     for (pugi::xml_node node = root; node;) {
-        if (node.type() == pugi::node_element && binElementName == node.name()) {
-            for (pugi::xml_node uuid = node.child("uuid"); uuid; uuid = uuid.next_sibling("uuid"))
-                for (pugi::xml_node text = uuid.first_child(); text; text = text.next_sibling())
-                    if (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata)
-                        found(std::string(text.value()), node);
-        }
+        if (node.type() == pugi::node_element)
+            visit(node);
         if (pugi::xml_node child = node.first_child()) {
             node = child;
             continue;
@@ -237,6 +232,22 @@ void forEachBinUuid(pugi::xml_node root, Found found)
             node = node.parent();
         node = node == root ? pugi::xml_node() : node.next_sibling();
     }
+}
+
+// Calls `found(text, bin)` for every bin element at or below `root`, in
+// document order, once for each text node of each of its uuid children:
+// exactly the pairs that ".//bin/uuid[text()=...]" can match.
+template <typename Found>
+void forEachBinUuid(pugi::xml_node root, Found found)
+{
+    forEachElement(root, [&found](pugi::xml_node node) {
+        if (binElementName != node.name())
+            return;
+        for (pugi::xml_node uuid = node.child("uuid"); uuid; uuid = uuid.next_sibling("uuid"))
+            for (pugi::xml_node text = uuid.first_child(); text; text = text.next_sibling())
+                if (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata)
+                    found(std::string(text.value()), node);
+    });
 }
 
 } // namespace
@@ -440,7 +451,27 @@ bool TLFCPProjectController::detachNode(pugi::xml_node element)
                 bins.erase(std::remove(bins.begin(), bins.end(), bin), bins.end());
             });
     }
+    forgetNodesWithin(element);
     return parent.remove_child(element);
+}
+
+void TLFCPProjectController::forgetNodesWithin(pugi::xml_node element)
+{
+    std::unordered_set<const void *> gone;
+    forEachElement(element, [&gone](pugi::xml_node node) {
+        if (std::string_view(node.name()) == "clip" || std::string_view(node.name()) == "pathurl")
+            gone.insert(node.internal_object());
+    });
+    if (gone.empty())
+        return;
+    const auto isGone = [&gone](pugi::xml_node node) { return gone.contains(node.internal_object()); };
+    const auto clipCount = m_clips.size();
+    std::erase_if(m_clips, [&isGone](const pugi::xpath_node &clip) { return isGone(clip.node()); });
+    std::erase_if(m_masterClipPaths, [&isGone](const auto &entry) { return isGone(entry.second); });
+    if (m_clips.size() != clipCount) {
+        m_clipIndex.clear();
+        m_clipIndexBuilt = std::make_unique<std::once_flag>();
+    }
 }
 
 void TLFCPProjectController::prepareBinLookups() const

@@ -106,8 +106,9 @@ public:
     pugi::xml_node nodeWithUUID(std::string_view uuid, std::string_view type) const;
 
     // Removes `element` and everything in it from the document, keeping the
-    // uuid lookups of nodeWithUUID up to date. False for an empty handle or
-    // a node without a parent.
+    // uuid lookups of nodeWithUUID up to date and dropping the clips and
+    // master-clip paths that stood inside it (their handles would dangle).
+    // False for an empty handle or a node without a parent.
     bool detachNode(pugi::xml_node element);
 
     // Builds the uuid lookup of bins now. A caller that is about to add bins
@@ -177,6 +178,8 @@ private:
     // Built on first use for the document it was built from.
     using BinIndex = std::unordered_map<std::string, std::vector<pugi::xml_node>>;
     const BinIndex &binIndex() const;
+    // Drops the clips and table entries at or below `element`.
+    void forgetNodesWithin(pugi::xml_node element);
     mutable std::mutex m_binIndexMutex;
     mutable BinIndex m_binIndex;
     mutable std::weak_ptr<pugi::xml_document> m_binIndexDocument;

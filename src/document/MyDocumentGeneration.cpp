@@ -448,8 +448,15 @@ void MyDocument::addBinsToXML()
         if (std::optional<pugi::xml_document> bin = parsedBin(generateXMLForObjectAndChildren(node)))
             staging.append_copy(bin->document_element());
     }
+    const auto collected = [&controller] {
+        return controller->clips().size() + controller->masterClipPaths().size();
+    };
+    const std::size_t collectedBefore = collected();
     for (const TLBinNodePtr &node : topLevel)
         removeXMLElementAndChildren(node);
+    // Clips that stood only in the removed bins now live on as the copies in
+    // the new ones; those are what a later save must find.
+    const bool clipsWentWithRemovedBins = collected() != collectedBefore;
 
     if (pugi::xml_node target = controller->firstNodeForQuery(projectChildrenQuery).node()) {
         while (pugi::xml_node bin = staging.first_child())
@@ -457,10 +464,8 @@ void MyDocument::addBinsToXML()
     }
     project.remove_child(staging);
     controller->documentDidChange();
-    // pugixml frees removed elements at once, and the clip list and the
-    // master-clip table may point into them: they must be collected again
-    // before anyone reads them.
-    controller->collectClipsAndMasterClipPaths();
+    if (clipsWentWithRemovedBins)
+        controller->collectClipsAndMasterClipPaths();
 }
 
 void MyDocument::sendToFCP()
