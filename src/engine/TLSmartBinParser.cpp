@@ -4,6 +4,7 @@
 
 #include "TLCaseFolding.h"
 #include "TLLog.h"
+#include "TLPathText.h"
 #include "TLTextCoding.h"
 #include "TLXMLParser.h"
 
@@ -103,14 +104,6 @@ std::string describeRows(const std::vector<PreparedRow> &rows)
     return text;
 }
 
-std::optional<std::string> firstText(std::string_view escapedQuery, const pugi::xml_node &clip)
-{
-    const pugi::xpath_node match = TLXMLParser::evaluateFirstNode(escapedQuery, clip);
-    if (!match)
-        return std::nullopt;
-    return TLXMLParser::stringValue(match);
-}
-
 // The text of ".//pathurl[1]/text()". The first pathurl of the clip in
 // document order is always the first of its parent, so when it holds plain
 // text its first text node is the answer; anything else (an empty pathurl,
@@ -125,28 +118,7 @@ std::optional<std::string> firstPathURLText(const pugi::xml_node &clip)
                            && (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata);
     if (plainText)
         return std::string(text.value());
-    return firstText(pathURLQuery, clip);
-}
-
-std::string_view lastPathComponent(std::string_view path)
-{
-    while (path.size() > 1 && path.back() == '/')
-        path.remove_suffix(1);
-    if (path == "/")
-        return path;
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-// The text after the last "." of the last component; empty without one, and
-// for a name whose only "." leads it (".profile" names no type).
-std::string_view pathExtension(std::string_view path)
-{
-    const std::string_view name = lastPathComponent(path);
-    const std::size_t dot = name.rfind('.');
-    if (dot == std::string_view::npos || dot == 0)
-        return {};
-    return name.substr(dot + 1);
+    return TLXMLParser::evaluateFirstText(pathURLQuery, clip);
 }
 
 // What the matching reads of one clip, each at most once however many rows
@@ -178,24 +150,24 @@ private:
     std::optional<std::string> read(const PreparedRow &row)
     {
         if (!row.escapedQuery.empty())
-            return firstText(row.escapedQuery, m_clip);
+            return TLXMLParser::evaluateFirstText(row.escapedQuery, m_clip);
         if (row.type == 19)
             return hasAudio() ? "true" : "false";
         if (!path())
             return std::nullopt;
         if (row.type == 1)
-            return std::string(lastPathComponent(*path()));
-        return std::string(pathExtension(*path()));
+            return std::string(TLPathText::lastPathComponent(*path()));
+        return std::string(TLPathText::pathExtension(*path()));
     }
 
     bool hasAudio()
     {
         if (path()) {
-            const std::string extension = TLCaseFolding::foldedCase(pathExtension(*path()));
+            const std::string extension = TLCaseFolding::foldedCase(TLPathText::pathExtension(*path()));
             if (extension == "aif" || extension == "aiff" || extension == "wav")
                 return true;
         }
-        const std::optional<std::string> sampleRate = firstText(m_escapedSampleRateQuery, m_clip);
+        const std::optional<std::string> sampleRate = TLXMLParser::evaluateFirstText(m_escapedSampleRateQuery, m_clip);
         return sampleRate && !sampleRate->empty();
     }
 

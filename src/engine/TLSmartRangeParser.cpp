@@ -5,6 +5,7 @@
 #include "TLCaseFolding.h"
 #include "TLLog.h"
 #include "TLMediaItem.h"
+#include "TLPathText.h"
 #include "TLXMLParser.h"
 
 #include <array>
@@ -55,53 +56,6 @@ constexpr std::size_t kLargestLoggedGroupCount = 100;
 bool isSupported(std::int64_t criteria)
 {
     return criteria != unsupported && criteria <= kLastCriterion;
-}
-
-std::optional<std::string> firstText(std::string_view query, const pugi::xml_node &clip)
-{
-    const pugi::xpath_node match = TLXMLParser::evaluateFirstNode(query, clip);
-    if (!match)
-        return std::nullopt;
-    return TLXMLParser::stringValue(match);
-}
-
-std::string_view withoutTrailingSlashes(std::string_view path)
-{
-    while (path.size() > 1 && path.back() == '/')
-        path.remove_suffix(1);
-    return path;
-}
-
-std::string_view lastPathComponent(std::string_view path)
-{
-    path = withoutTrailingSlashes(path);
-    if (path == "/")
-        return path;
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-// "/a/b.mov" gives "/a", "/b.mov" gives "/", "b.mov" gives "".
-std::string_view deletingLastPathComponent(std::string_view path)
-{
-    path = withoutTrailingSlashes(path);
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos)
-        return {};
-    if (slash == 0)
-        return path.substr(0, 1);
-    return withoutTrailingSlashes(path.substr(0, slash));
-}
-
-// The text after the last "." of the last component; empty without one, and
-// for a name whose only "." leads it (".profile" names no type).
-std::string_view pathExtension(std::string_view path)
-{
-    const std::string_view name = lastPathComponent(path);
-    const std::size_t dot = name.rfind('.');
-    if (dot == std::string_view::npos || dot == 0)
-        return {};
-    return name.substr(dot + 1);
 }
 
 // A file name as it appears in a media URL: UTF-8, with every character that
@@ -281,13 +235,13 @@ ClipMedia mediaOf(const pugi::xml_node &clip, MasterClipTable &table)
     TLLog::fastAppendLog("smart range paths: %@", describeURLs(urls));
     if (!urls.empty())
         return {TLXMLParser::stringValue(urls.front()), std::nullopt};
-    if (const std::optional<std::string> identifier = firstText(masterClipIDQuery, clip)) {
+    if (const std::optional<std::string> identifier = TLXMLParser::evaluateFirstText(masterClipIDQuery, clip)) {
         if (std::optional<std::string> url = table.urlForMasterClipID(*identifier))
             return {std::move(url), std::nullopt};
     }
-    std::optional<std::string> fileName = firstText(mediaFileNameQuery, clip);
+    std::optional<std::string> fileName = TLXMLParser::evaluateFirstText(mediaFileNameQuery, clip);
     if (!fileName)
-        fileName = firstText(clipNameQuery, clip);
+        fileName = TLXMLParser::evaluateFirstText(clipNameQuery, clip);
     if (!fileName)
         return {};
     if (std::optional<std::string> url = table.urlForFileName(*fileName))
@@ -300,7 +254,7 @@ std::optional<std::string> fileTypeOf(const ClipMedia &media)
     const std::optional<std::string> &source = media.url() ? media.url() : media.fileName();
     if (!source)
         return unknownValue;
-    return TLCaseFolding::foldedCase(pathExtension(*source));
+    return TLCaseFolding::foldedCase(TLPathText::pathExtension(*source));
 }
 
 std::optional<std::string> folderOf(const ClipMedia &media)
@@ -310,7 +264,7 @@ std::optional<std::string> folderOf(const ClipMedia &media)
     const std::optional<std::string> &path = media.filePath();
     if (!path)
         return std::nullopt;
-    return std::string(lastPathComponent(deletingLastPathComponent(*path)));
+    return std::string(TLPathText::lastPathComponent(TLPathText::deletingLastPathComponent(*path)));
 }
 
 struct Request
@@ -327,7 +281,7 @@ std::string valueOf(const Request &request, const pugi::xml_node &clip, const Cl
     else if (request.criteria == folder)
         value = folderOf(media);
     else if (!request.escapedQuery.empty())
-        value = firstText(request.escapedQuery, clip);
+        value = TLXMLParser::evaluateFirstText(request.escapedQuery, clip);
     if (request.criteria == hasAudio)
         value = value && !value->empty() ? "true" : "false";
     if (!value || value->empty())

@@ -208,14 +208,6 @@ std::string descendantText(const pugi::xml_node &root)
     return text;
 }
 
-std::optional<std::string> firstText(std::string_view query, const pugi::xml_node &node)
-{
-    const pugi::xpath_node match = TLXMLParser::evaluateFirstNode(query, node);
-    if (!match)
-        return std::nullopt;
-    return TLXMLParser::stringValue(match);
-}
-
 // The text of "./<name>[1]/text()": the first text child of the first such child.
 std::optional<std::string> childText(const pugi::xml_node &node, const char *name)
 {
@@ -410,9 +402,9 @@ TLXMLParser::filenameFromPathURLString(const std::optional<std::string> &urlStri
 
 std::optional<std::string> TLXMLParser::nameForNode(pugi::xml_node node, bool immediateChildOnly)
 {
-    std::optional<std::string> name = firstText("./name[1]/text()", node);
+    std::optional<std::string> name = TLXMLParser::evaluateFirstText("./name[1]/text()", node);
     if (!name && !immediateChildOnly)
-        name = firstText(".//name[1]/text()", node);
+        name = TLXMLParser::evaluateFirstText(".//name[1]/text()", node);
     if (!name && !immediateChildOnly && node.attribute("id"))
         name = node.attribute("id").value();
     if (!name)
@@ -423,9 +415,9 @@ std::optional<std::string> TLXMLParser::nameForNode(pugi::xml_node node, bool im
 
 std::optional<std::string> TLXMLParser::uuidForNode(pugi::xml_node node, bool immediateChildOnly)
 {
-    std::optional<std::string> uuid = firstText("./uuid[1]/text()", node);
+    std::optional<std::string> uuid = TLXMLParser::evaluateFirstText("./uuid[1]/text()", node);
     if (!uuid && !immediateChildOnly)
-        uuid = firstText(".//uuid[1]/text()", node);
+        uuid = TLXMLParser::evaluateFirstText(".//uuid[1]/text()", node);
     if (!uuid)
         return std::nullopt;
     std::optional<std::string> decoded = TLTextCoding::percentDecoded(*uuid, TLTextCoding::EscapedBytes::AsciiOnly);
@@ -500,4 +492,12 @@ std::optional<std::string> TLXMLParser::evaluateString(std::string_view query, p
     if (!compiled->error.empty())
         return std::nullopt;
     return compiled->query.evaluate_string(context);
+}
+
+std::optional<std::string> TLXMLParser::evaluateFirstText(std::string_view query, pugi::xml_node context)
+{
+    const pugi::xpath_node match = evaluateFirstNode(query, context);
+    if (!match)
+        return std::nullopt;
+    return stringValue(match);
 }

@@ -150,6 +150,11 @@ public:
     // without collecting the others; an empty handle when none or on error.
     static pugi::xpath_node evaluateFirstNode(std::string_view query, pugi::xml_node context);
 
+    // The text (as stringValue gives it) of the first match of an unescaped
+    // query; nullopt when nothing matches, the query does not compile, or
+    // the context is empty. A match without text gives "".
+    static std::optional<std::string> evaluateFirstText(std::string_view query, pugi::xml_node context);
+
     // Any XPath expression of an unescaped query, converted to text as
     // XPath's string() does ("count(.//clip)" gives "3", a node set the text
     // of its first node); nullopt when it does not compile. An empty context
