@@ -3,6 +3,7 @@
 #include "TLSmartBinParser.h"
 
 #include "TLLog.h"
+#include "ProjectFixtures.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -14,25 +15,7 @@
 
 namespace {
 
-// Loads clip elements wrapped in a project, as a document opens a file.
-class Project
-{
-public:
-    explicit Project(const std::string &clips)
-    {
-        const std::string path = m_folder.file("project.xml");
-        test::writeFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<xmeml version=\"5\"><project>"
-                              "<name>Test</name><children>" + clips + "</children></project></xmeml>");
-        EXPECT_TRUE(m_controller.setXmlDocFromFilePath(path));
-        m_controller.collectClipsAndMasterClipPaths();
-    }
-
-    const TLFCPProjectController &controller() const { return m_controller; }
-
-private:
-    test::TemporaryFolder m_folder;
-    TLFCPProjectController m_controller;
-};
+using Project = test::LoadedProject;
 
 struct Row
 {

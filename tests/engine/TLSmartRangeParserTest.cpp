@@ -4,6 +4,7 @@
 
 #include "TLLog.h"
 #include "TLMediaItem.h"
+#include "ProjectFixtures.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -17,24 +18,7 @@
 
 namespace {
 
-class Project
-{
-public:
-    explicit Project(const std::string &children)
-    {
-        const std::string path = m_folder.file("project.xml");
-        test::writeFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<xmeml version=\"5\"><project>"
-                              "<name>Test</name><children>" + children + "</children></project></xmeml>");
-        EXPECT_TRUE(m_controller.setXmlDocFromFilePath(path));
-        m_controller.collectClipsAndMasterClipPaths();
-    }
-
-    const TLFCPProjectController &controller() const { return m_controller; }
-
-private:
-    test::TemporaryFolder m_folder;
-    TLFCPProjectController m_controller;
-};
+using Project = test::LoadedProject;
 
 // A clip whose one track item holds the given file.
 std::string trackClip(const std::string &name, const std::string &uuid, const std::string &file,

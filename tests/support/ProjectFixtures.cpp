@@ -1,6 +1,7 @@
 // Builds small xmeml projects with pugixml, so that every text is escaped.
 #include "ProjectFixtures.h"
 
+#include <gtest/gtest.h>
 #include <pugixml.hpp>
 
 #include <sstream>
@@ -234,5 +235,14 @@ std::string writeSequenceOnlyProject(const TemporaryFolder &folder, std::string_
 }
 
 } // namespace fixtures
+
+LoadedProject::LoadedProject(const std::string &children)
+{
+    const std::string path = m_folder.file("project.xml");
+    writeFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<xmeml version=\"5\"><project>"
+                    "<name>Test</name><children>" + children + "</children></project></xmeml>");
+    EXPECT_TRUE(m_controller.setXmlDocFromFilePath(path));
+    m_controller.collectClipsAndMasterClipPaths();
+}
 
 } // namespace test

@@ -2,6 +2,7 @@
 // written to a temporary folder, with a few ready-made projects.
 #pragma once
 
+#include "TLFCPProjectController.h"
 #include "TestSupport.h"
 
 #include <optional>
@@ -80,6 +81,22 @@ private:
     std::vector<FixtureBin> m_bins;
     std::vector<std::string> m_sequences;
     std::vector<Item> m_items;
+};
+
+// Children (clips, bins) wrapped in a project named "Test", written to a
+// temporary file and opened by a project controller as a document opens a
+// file, its clips and master-clip paths collected. A file that does not
+// open fails the current test.
+class LoadedProject
+{
+public:
+    explicit LoadedProject(const std::string &children);
+
+    const TLFCPProjectController &controller() const { return m_controller; }
+
+private:
+    TemporaryFolder m_folder;
+    TLFCPProjectController m_controller;
 };
 
 // Ready-made projects.
