@@ -16,19 +16,6 @@ std::string failure(std::string_view what, const std::string &path, int error)
     return std::string(what) + " " + path + ": " + std::strerror(error);
 }
 
-bool writeAll(int descriptor, std::string_view contents)
-{
-    while (!contents.empty()) {
-        const ssize_t written = ::write(descriptor, contents.data(), contents.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        contents.remove_prefix(std::size_t(written));
-    }
-    return true;
-}
-
 // Collects small writes into large ones; remembers the first failure.
 class BufferedSink
 {
@@ -61,7 +48,7 @@ private:
 
     bool writeThrough(std::string_view bytes)
     {
-        if (writeAll(m_descriptor, bytes))
+        if (TLAtomicFile::writeAll(m_descriptor, bytes))
             return true;
         m_error = errno ? errno : EIO;
         return false;
@@ -147,4 +134,17 @@ std::string TLAtomicFile::writeWith(const std::string &path, const std::function
     }
     syncFolderOf(path);
     return {};
+}
+
+bool TLAtomicFile::writeAll(int descriptor, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        bytes.remove_prefix(std::size_t(written));
+    }
+    return true;
 }

@@ -26,4 +26,10 @@ public:
     // ("cannot write ...: Operation canceled").
     [[nodiscard]] static std::string writeWith(const std::string &path,
                                                const std::function<bool(const Sink &)> &produce);
+
+    // Writes all of `bytes` to an open descriptor, resuming after partial
+    // writes and interrupted calls. True when everything was written (and
+    // for empty bytes); false on the first failing write, errno then holding
+    // the reason. Bytes already written stay written.
+    [[nodiscard]] static bool writeAll(int descriptor, std::string_view bytes);
 };

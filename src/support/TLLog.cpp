@@ -115,19 +115,6 @@ void replaceAll(std::string &text, std::string_view from, std::string_view to)
     text = std::move(result);
 }
 
-bool writeAll(int descriptor, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        bytes.remove_prefix(std::size_t(written));
-    }
-    return true;
-}
-
 // The switch shared by all of the maker's applications. Only the string "1"
 // and values equal to true turn the log off; "0", "yes" and anything else
 // leave it on, as does a missing or unreadable file.
@@ -668,7 +655,7 @@ void TLLog::writeLine(const std::string &text)
             }
             return;
         }
-        if (!writeAll(m_fileHandle, line)) {
+        if (!TLAtomicFile::writeAll(m_fileHandle, line)) {
             const int error = errno;
             // The next line opens the file again, in case it was replaced.
             ::close(m_fileHandle);
