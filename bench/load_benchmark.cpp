@@ -7,120 +7,37 @@
 // either way; 1 when the project cannot be loaded or does not hold the
 // expected number of clips, 2 for a usage error.
 
+#include "BenchMeasure.h"
 #include "TLFCPProjectController.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <vector>
 
 namespace {
 
 constexpr double MaximumTimeRatio = 0.35;   // of xmllint --noout's wall time
 constexpr double MaximumMemoryRatio = 3.5;  // of the file size
-constexpr double Mebibyte = 1024.0 * 1024.0;
 
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-struct Options
-{
-    std::string path;
-    std::optional<long> expectedClips;
-};
-
-bool parseOptions(int argc, char **argv, Options &options)
-{
-    for (int argument = 1; argument < argc; ++argument) {
-        const std::string_view text = argv[argument];
-        if (text == "--expect-clips" && argument + 1 < argc) {
-            char *end = nullptr;
-            options.expectedClips = std::strtol(argv[++argument], &end, 10);
-            if (*end != '\0' || *options.expectedClips < 0)
-                return false;
-        } else if (options.path.empty() && !text.starts_with("--")) {
-            options.path = text;
-        } else {
-            return false;
-        }
-    }
-    return !options.path.empty();
-}
-
-// Reads the file once without keeping it, so that neither contender pays
-// for the disk and both start from the page cache.
-bool warmPageCache(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::vector<char> chunk(std::size_t{1} << 20);
-    while (file.read(chunk.data(), static_cast<std::streamsize>(chunk.size())))
-        ;
-    return file.eof();
-}
-
-struct ChildRun
-{
-    bool succeeded = false;
-    double seconds = 0;
-    long peakKilobytes = 0;
-    std::string failure;
-
-    double peakBytes() const { return static_cast<double>(peakKilobytes) * 1024.0; }
-};
+using bench::ChildRun;
+using bench::Clock;
+using bench::Mebibyte;
+using bench::secondsSince;
+using bench::verdict;
 
 // Runs `xmllint --noout path` and collects its own rusage through wait4.
 // Started before the project is loaded, while this process is still small,
 // so that the child's peak is its own and not inherited through fork.
 ChildRun runXmllint(const std::string &path)
 {
-    ChildRun run;
-    const Clock::time_point started = Clock::now();
-    const pid_t child = fork();
-    if (child < 0) {
-        run.failure = std::string("cannot start xmllint: ") + std::strerror(errno);
-        return run;
-    }
-    if (child == 0) {
-        execlp("xmllint", "xmllint", "--noout", path.c_str(), static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    if (wait4(child, &status, 0, &usage) < 0) {
-        run.failure = std::string("cannot wait for xmllint: ") + std::strerror(errno);
-        return run;
-    }
-    run.seconds = secondsSince(started);
-    run.peakKilobytes = usage.ru_maxrss;
-    run.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    if (!run.succeeded)
-        run.failure = WIFEXITED(status) && WEXITSTATUS(status) == 127
-                          ? "xmllint is not installed (scripts/install-deps libxml2-utils)"
-                          : "xmllint --noout failed on the file";
+    ChildRun run = bench::runChild({"xmllint", "--noout", path});
+    if (run.ran && !run.succeeded)
+        run.failure = run.exitStatus == 127 ? "xmllint is not installed (scripts/install-deps libxml2-utils)"
+                                            : "xmllint --noout failed on the file";
     return run;
-}
-
-long ownPeakKilobytes()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
 }
 
 struct LoadRun
@@ -151,7 +68,7 @@ std::optional<LoadRun> loadProject(const std::string &path)
     started = Clock::now();
     controller.collectClipsAndMasterClipPaths();
     run.collectSeconds = secondsSince(started);
-    run.peakKilobytes = ownPeakKilobytes();
+    run.peakKilobytes = bench::ownPeakKilobytes();
     run.clipCount = controller.clips().size();
     run.tableCount = controller.masterClipPaths().size();
 
@@ -164,8 +81,6 @@ std::optional<LoadRun> loadProject(const std::string &path)
                      queried, run.clipCount);
     return run;
 }
-
-const char *verdict(bool met) { return met ? "met" : "NOT met"; }
 
 void printSeconds(const char *label, double seconds)
 {
@@ -224,14 +139,14 @@ void printTargets(double fileBytes, const LoadRun &load, const ChildRun &referen
 
 int main(int argc, char **argv)
 {
-    Options options;
-    if (!parseOptions(argc, argv, options)) {
+    bench::ProjectOptions options;
+    if (!bench::parseProjectOptions(argc, argv, options)) {
         std::fprintf(stderr, "usage: load_benchmark [--expect-clips N] project.xml\n");
         return 2;
     }
     struct stat status{};
     if (stat(options.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)
-        || !warmPageCache(options.path)) {
+        || !bench::warmPageCache(options.path)) {
         std::fprintf(stderr, "load_benchmark: cannot read %s\n", options.path.c_str());
         return 1;
     }

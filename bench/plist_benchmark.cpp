@@ -12,6 +12,7 @@
 // 1 when a step failed (an archive that cannot be written or read back), 2
 // for a usage error.
 
+#include "BenchMeasure.h"
 #include "TLBinaryPropertyListWriter.h"
 #include "TLKeyedArchiver.h"
 #include "TLKeyedUnarchiver.h"
@@ -21,7 +22,6 @@
 
 #include <plist/plist.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -31,15 +31,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::Mebibyte;
+using bench::secondsSince;
 
 constexpr std::size_t ItemsPerReel = 400;
-constexpr double Mebibyte = 1024.0 * 1024.0;
-
-double secondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 struct Options
 {

@@ -10,68 +10,30 @@
 // written as the application writes it: point HOME (and, as root,
 // CORVALE_LOCAL_ROOT) at a scratch folder first, as bench/run does.
 
+#include "BenchMeasure.h"
 #include "TLBinRangeParser.h"
 #include "TLFCPProjectController.h"
 #include "TLLog.h"
 #include "TLSmartBinParser.h"
 #include "TLSmartRangeParser.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
 
 constexpr double MaximumMemoryGrowth = 0.5; // of the loaded project's peak
-constexpr double Mebibyte = 1024.0 * 1024.0;
 
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-double peakBytes()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_maxrss) * 1024.0;
-}
-
-struct Options
-{
-    std::string path;
-    std::optional<long> expectedClips;
-};
-
-bool parseOptions(int argc, char **argv, Options &options)
-{
-    for (int argument = 1; argument < argc; ++argument) {
-        const std::string_view text = argv[argument];
-        if (text == "--expect-clips" && argument + 1 < argc) {
-            char *end = nullptr;
-            options.expectedClips = std::strtol(argv[++argument], &end, 10);
-            if (*end != '\0' || *options.expectedClips < 0)
-                return false;
-        } else if (options.path.empty() && !text.starts_with("--")) {
-            options.path = text;
-        } else {
-            return false;
-        }
-    }
-    return !options.path.empty();
-}
+using bench::Clock;
+using bench::Mebibyte;
+using bench::secondsSince;
+using bench::verdict;
 
 // Starts a fresh application log, so that the lines the resolvers write go
 // to a file as they do in the application (and none is reported as lost).
@@ -97,7 +59,7 @@ std::optional<Load> loadProject(TLFCPProjectController &controller, const std::s
     if (!controller.setXmlDocFromFilePath(path) || controller.xmlDoc() == nullptr)
         return std::nullopt;
     controller.collectClipsAndMasterClipPaths();
-    return Load{secondsSince(started), peakBytes()};
+    return Load{secondsSince(started), bench::ownPeakBytes()};
 }
 
 struct Figure
@@ -126,7 +88,7 @@ Figure measure(std::string label, const Load &load, const std::function<std::siz
     const Clock::time_point draining = Clock::now();
     TLLog::finishWriting();
     figure.drainSeconds = secondsSince(draining);
-    figure.peakGrowth = std::max(0.0, peakBytes() - load.peak);
+    figure.peakGrowth = std::max(0.0, bench::ownPeakBytes() - load.peak);
     return figure;
 }
 
@@ -211,8 +173,6 @@ std::vector<Figure> runResolutions(const TLFCPProjectController &controller, con
     return figures;
 }
 
-const char *verdict(bool met) { return met ? "met" : "NOT met"; }
-
 void printFigures(const std::vector<Figure> &figures, const Load &load)
 {
     std::printf("  %-40s %9s %9s %9s %10s  %s\n", "resolution", "time", "log", "result", "peak +",
@@ -235,8 +195,8 @@ void printFigures(const std::vector<Figure> &figures, const Load &load)
 
 int main(int argc, char **argv)
 {
-    Options options;
-    if (!parseOptions(argc, argv, options)) {
+    bench::ProjectOptions options;
+    if (!bench::parseProjectOptions(argc, argv, options)) {
         std::fprintf(stderr, "usage: resolution_benchmark [--expect-clips N] project.xml\n");
         return 2;
     }

@@ -13,98 +13,26 @@
 // "NOT met"; exits 0 either way, 1 when either program fails, 2 for a usage
 // error.
 
-#include <sys/resource.h>
+#include "BenchMeasure.h"
+
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
-#include <vector>
 
 namespace {
 
 constexpr double MaximumTimeRatio = 1.5;   // of xmllint --format's wall time
 constexpr double MaximumMemoryRatio = 6.0; // of the file size
-constexpr double Mebibyte = 1024.0 * 1024.0;
 
-using Clock = std::chrono::steady_clock;
-
-struct ChildRun
-{
-    bool succeeded = false;
-    double seconds = 0;
-    double cpuSeconds = 0;
-    long peakKilobytes = 0;
-    std::string failure;
-
-    double peakBytes() const { return static_cast<double>(peakKilobytes) * 1024.0; }
-};
-
-double seconds(const timeval &time)
-{
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-// Runs the program with its arguments, standard output to /dev/null, and
-// collects the child's own rusage through wait4.
-ChildRun runChild(const std::vector<std::string> &arguments)
-{
-    ChildRun run;
-    std::vector<char *> argv;
-    for (const auto &argument : arguments)
-        argv.push_back(const_cast<char *>(argument.c_str()));
-    argv.push_back(nullptr);
-    const Clock::time_point started = Clock::now();
-    const pid_t child = fork();
-    if (child < 0) {
-        run.failure = std::string("cannot start ") + arguments[0] + ": " + std::strerror(errno);
-        return run;
-    }
-    if (child == 0) {
-        if (std::freopen("/dev/null", "w", stdout) == nullptr)
-            _exit(126);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    if (wait4(child, &status, 0, &usage) < 0) {
-        run.failure = std::string("cannot wait for ") + arguments[0] + ": " + std::strerror(errno);
-        return run;
-    }
-    run.seconds = std::chrono::duration<double>(Clock::now() - started).count();
-    run.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-    run.peakKilobytes = usage.ru_maxrss;
-    run.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    if (!run.succeeded) {
-        run.failure = WIFEXITED(status) && WEXITSTATUS(status) == 127
-                          ? arguments[0] + " could not be run"
-                          : arguments[0] + " failed (status " + std::to_string(WEXITSTATUS(status)) + ")";
-    }
-    return run;
-}
-
-// Reads the file once, so that neither contender pays for the disk.
-bool warmPageCache(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::vector<char> chunk(std::size_t{1} << 20);
-    while (file.read(chunk.data(), static_cast<std::streamsize>(chunk.size())))
-        ;
-    return file.eof();
-}
-
-const char *verdict(bool met)
-{
-    return met ? "met" : "NOT met";
-}
+using bench::ChildRun;
+using bench::Mebibyte;
+using bench::runChild;
+using bench::verdict;
 
 void printRun(const char *label, const ChildRun &run)
 {
@@ -136,7 +64,7 @@ int main(int argc, char **argv)
     const std::string corvale = argv[1];
     const std::string project = argv[2];
     struct stat status {};
-    if (::stat(project.c_str(), &status) != 0 || !warmPageCache(project)) {
+    if (::stat(project.c_str(), &status) != 0 || !bench::warmPageCache(project)) {
         std::fprintf(stderr, "sort_benchmark: cannot read %s\n", project.c_str());
         return 1;
     }
