@@ -4,6 +4,7 @@
 #include "TLAtomicFile.h"
 #include "TLLocalPaths.h"
 #include "TLPropertyList.h"
+#include "TLTextCoding.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -53,18 +54,9 @@ bool isContinuationByte(char c)
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
-// Message lengths are counted in UTF-16 units, as the thresholds were set.
-std::size_t utf16Length(std::string_view text)
-{
-    std::size_t length = 0;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (!isContinuationByte(c))
-            length += byte >= 0xF0 ? 2 : 1;
-    }
-    return length;
-}
-
+// Trimming decodes leniently, by the bits of whatever sequence stands at an
+// end, rather than with TLTextCoding's strict decoder: damaged text keeps
+// being trimmed the way it always was.
 char32_t decodeAt(std::string_view text, std::size_t start, std::size_t end)
 {
     const auto lead = static_cast<unsigned char>(text[start]);
@@ -458,7 +450,8 @@ void TLLog::appendLogWithArguments(std::string_view format, std::span<const TLFo
     log.appendTextToLog(text);
     // A short line from a background thread is written before the caller
     // goes on, so that it lands in order with the work that follows it.
-    const std::size_t length = utf16Length(text);
+    // Lengths are counted in UTF-16 units, as the thresholds were set.
+    const std::size_t length = TLTextCoding::utf16Length(text);
     if (!log.isMainThread() && length >= 1 && length <= shortMessageLimit
         && log.m_bytesInQueue <= shortMessageLimit)
         finishWriting();
@@ -498,7 +491,7 @@ void TLLog::appendTextToLog(std::string_view text)
     const std::string_view line = trimmed(text);
     if (line.empty())
         return;
-    m_bytesInQueue += utf16Length(line);
+    m_bytesInQueue += TLTextCoding::utf16Length(line);
     enqueue(std::string(line));
 }
 
@@ -587,7 +580,7 @@ void TLLog::shutDown()
         // Quitting must not wait for a long backlog: those lines are lost.
         if (m_pending.size() + (m_executing ? 1 : 0) > shutdownWaitLimit) {
             for (const auto &text : m_pending)
-                m_bytesInQueue -= std::min<std::uint64_t>(m_bytesInQueue, utf16Length(text));
+                m_bytesInQueue -= std::min<std::uint64_t>(m_bytesInQueue, TLTextCoding::utf16Length(text));
             m_pending.clear();
         }
     }
@@ -633,7 +626,7 @@ void TLLog::appendLogOnThread(const std::string &text)
     }
     // Also after a failure, so that a lost line does not make every later
     // short message skip its wait.
-    const std::uint64_t length = utf16Length(text);
+    const std::uint64_t length = TLTextCoding::utf16Length(text);
     std::uint64_t queued = m_bytesInQueue;
     while (!m_bytesInQueue.compare_exchange_weak(queued, queued - std::min(queued, length))) {
     }

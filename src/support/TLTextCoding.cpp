@@ -78,6 +78,17 @@ std::u16string TLTextCoding::utf16Units(std::string_view text)
     return units;
 }
 
+std::size_t TLTextCoding::utf16Length(std::string_view text)
+{
+    std::size_t units = 0;
+    std::size_t length = 0;
+    for (std::size_t index = 0; index < text.size(); index += length) {
+        const std::optional<char32_t> point = decodeUTF8(text, index, length);
+        units += point && *point >= 0x10000 ? 2 : 1;
+    }
+    return units;
+}
+
 bool TLTextCoding::isPercentEscapeAt(std::string_view text, std::size_t index)
 {
     return index + 2 < text.size() && text[index] == '%' && hexDigitValue(text[index + 1]) >= 0

@@ -29,6 +29,11 @@ public:
     // input gives an empty result.
     static std::u16string utf16Units(std::string_view text);
 
+    // The number of UTF-16 code units of UTF-8 text, always equal to
+    // utf16Units(text).size() (damaged bytes count one unit each) but
+    // counted without building the units. 0 for empty input.
+    static std::size_t utf16Length(std::string_view text);
+
     // True when text[index] is "%" followed by two hex digits (either case);
     // false for any other character and for an index at or past the end.
     static bool isPercentEscapeAt(std::string_view text, std::size_t index);

@@ -21,6 +21,14 @@ TEST(TLTextCodingTest, Utf16UnitsReplaceEachBadByteWithOneReplacementCharacter)
     EXPECT_EQ(TLTextCoding::utf16Units("\xF5" "a"), u"\uFFFDa");
 }
 
+TEST(TLTextCodingTest, Utf16LengthCountsWhatUtf16UnitsBuilds)
+{
+    for (const std::string text : {"", "a\xC3\xA9\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\x80" "a", "\xE2\x82",
+                                   "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xF0\x9F\x98"})
+        EXPECT_EQ(TLTextCoding::utf16Length(text), TLTextCoding::utf16Units(text).size()) << text;
+    EXPECT_EQ(TLTextCoding::utf16Length("\xF0\x9F\x98\x80"), 2u);
+}
+
 TEST(TLTextCodingTest, IsValidUTF8RefusesEveryMalformedSequence)
 {
     for (const char *good : {"", "plain", "caf\xC3\xA9", "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF"})
