@@ -3,6 +3,7 @@
 #include "TLSmartRangeParser.h"
 
 #include "TLCaseFolding.h"
+#include "TLClipQueries.h"
 #include "TLLog.h"
 #include "TLMediaItem.h"
 #include "TLPathText.h"
@@ -23,20 +24,20 @@ constexpr std::array<const char *, kLastCriterion + 1> criterionQueries = {
     nullptr, // file type
     nullptr, // not supported
     nullptr, // folder
-    "./rate[1]/timebase[1]/text()",
-    "./media[1]/video[1]/track/clipitem/file[1]/media[1]/video[1]/samplecharacteristics[1]/width[1]/text()",
-    "./media[1]/video[1]/track/clipitem/file[1]/media[1]/video[1]/samplecharacteristics[1]/height[1]/text()",
-    "./media[1]/video[1]/track/clipitem/fielddominance[1]/text()",
-    "./logginginfo[1]/scene[1]/text()",
-    "./logginginfo[1]/shottake[1]/text()",
-    "./logginginfo[1]/lognote[1]/text()",
-    "./logginginfo[1]/good[1]/text()",
-    "./labels[1]/label2[1]/text()",
-    "./comments[1]/mastercomment1[1]/text()",
-    "./comments[1]/mastercomment2[1]/text()",
-    "./comments[1]/mastercomment3[1]/text()",
-    "./comments[1]/mastercomment4[1]/text()",
-    "./media[1]/audio[1]/text()",
+    TLClipQueries::timebase,
+    TLClipQueries::width,
+    TLClipQueries::height,
+    TLClipQueries::fieldDominance,
+    TLClipQueries::scene,
+    TLClipQueries::shotTake,
+    TLClipQueries::logNote,
+    TLClipQueries::good,
+    TLClipQueries::label,
+    TLClipQueries::masterComment1,
+    TLClipQueries::masterComment2,
+    TLClipQueries::masterComment3,
+    TLClipQueries::masterComment4,
+    TLClipQueries::audio,
     "./media[1]/audio[1]/track/clipitem/file[1]//media[1]/audio[1]/samplecharacteristics[1]/samplerate[1]/text()",
     "./media[1]/audio[1]/track/clipitem/file[1]//media[1]/audio[1]/samplecharacteristics[1]/depth[1]/text()",
 };
