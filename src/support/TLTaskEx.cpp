@@ -527,7 +527,11 @@ void TLTaskEx::asyncDataFromTask(const std::string &path, const std::vector<std:
     if (m_asyncThread.joinable()) {
         if (m_async && !m_async->stopped)
             return;
-        m_asyncThread.join();
+        // A delegate may start the next run from inside its end-of-data call.
+        if (m_asyncThread.get_id() == std::this_thread::get_id())
+            m_asyncThread.detach();
+        else
+            m_asyncThread.join();
     }
     m_async = std::make_shared<AsyncState>();
     m_async->delegate = std::move(delegate);
