@@ -1,11 +1,35 @@
-// Removal and free-name search with the ordinary file-system calls.
+// Removal, trashing, folder creation, free names, zip archives and the file
+// waits, all with the ordinary file-system calls.
 #include "TLFileManager.h"
 
+#include "TLAtomicFile.h"
+#include "TLFileWaiting.h"
+#include "TLLocalPaths.h"
 #include "TLLog.h"
 
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
+#include <iostream>
+#include <iterator>
+#include <optional>
 #include <string_view>
 #include <system_error>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#ifdef __linux__
+#include <linux/fs.h>
+#endif
 
 namespace fs = std::filesystem;
 
@@ -37,6 +61,18 @@ std::size_t extensionDot(std::string_view path)
     return dot;
 }
 
+// `path` with " <number>" put before its extension.
+std::string numberedPath(std::string_view path, long number)
+{
+    const std::size_t dot = extensionDot(path);
+    std::string numbered(path.substr(0, dot));
+    numbered += ' ';
+    numbered += std::to_string(number);
+    if (dot != std::string_view::npos)
+        numbered += path.substr(dot);
+    return numbered;
+}
+
 // `path` without trailing slashes, which name the same entry; "/" stays.
 std::string withoutTrailingSlashes(std::string path)
 {
@@ -45,17 +81,282 @@ std::string withoutTrailingSlashes(std::string path)
     return path;
 }
 
+std::string errnoText(int number)
+{
+    return std::generic_category().message(number);
+}
+
 void logRemovalFailure(const std::string &path, const std::string &reason)
 {
     TLLog::appendLog("Error removing file: %@. Authorizing...", "cannot remove " + path + ": " + reason);
 }
 
+// ---- Trash (the freedesktop.org layout: files/, info/*.trashinfo) ----
+
+void logTrashFailure(const std::string &path, const std::string &reason)
+{
+    TLLog::appendLog("Unable to move %@ to the Trash: %@", path, reason);
+}
+
+// The path as the Path= key of a .trashinfo record wants it: every byte
+// outside the unreserved URI characters and "/" as %XX.
+std::string percentEncoded(std::string_view path)
+{
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string encoded;
+    for (const char character : path) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (std::isalnum(byte) != 0 || std::strchr("-._~/", character) != nullptr) {
+            encoded += character;
+            continue;
+        }
+        encoded += '%';
+        encoded += hex[byte >> 4];
+        encoded += hex[byte & 0x0F];
+    }
+    return encoded;
+}
+
+// Local time without a zone, as desktop trash browsers read DeletionDate.
+std::string deletionDate()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char text[32] = {};
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
+    return text;
+}
+
+// Whether `inner` is `outer` or lies below it, comparing resolved paths.
+bool isSameOrInside(const fs::path &inner, const fs::path &outer)
+{
+    std::error_code error;
+    const fs::path resolvedInner = fs::weakly_canonical(inner, error);
+    if (error)
+        return false;
+    const fs::path resolvedOuter = fs::weakly_canonical(outer, error);
+    if (error)
+        return false;
+    const auto outerEnd =
+        std::mismatch(resolvedOuter.begin(), resolvedOuter.end(), resolvedInner.begin(), resolvedInner.end())
+            .first;
+    return outerEnd == resolvedOuter.end() || (std::next(outerEnd) == resolvedOuter.end() && outerEnd->empty());
+}
+
+struct TrashSlot
+{
+    std::string name;
+    std::string infoPath;
+};
+
+// Reserves a name in the Trash by creating its .trashinfo record
+// exclusively: two programs trashing "a.txt" at once then never pick the
+// same name. A name whose files/ entry is taken (a record lost by another
+// program) is passed over as well. nullopt with `reason` set on failure.
+std::optional<TrashSlot> reserveTrashSlot(const fs::path &trash, const std::string &name,
+                                          const std::string &originalPath, std::string &reason)
+{
+    const std::string record =
+        "[Trash Info]\nPath=" + percentEncoded(originalPath) + "\nDeletionDate=" + deletionDate() + "\n";
+    for (long number = 1;; ++number) {
+        const std::string candidate = number == 1 ? name : numberedPath(name, number);
+        const std::string infoPath = (trash / "info" / (candidate + ".trashinfo")).string();
+        const int descriptor = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (descriptor < 0 && errno == EEXIST)
+            continue;
+        if (descriptor < 0) {
+            reason = "cannot create " + infoPath + ": " + errnoText(errno);
+            return std::nullopt;
+        }
+        const bool written = TLAtomicFile::writeAll(descriptor, record);
+        const int writeError = errno;
+        ::close(descriptor);
+        if (!written) {
+            ::unlink(infoPath.c_str());
+            reason = "cannot write " + infoPath + ": " + errnoText(writeError);
+            return std::nullopt;
+        }
+        if (occupancy((trash / "files" / candidate).string()) == Occupancy::free)
+            return TrashSlot{candidate, infoPath};
+        ::unlink(infoPath.c_str());
+    }
+}
+
+// Moves `item` to `target`, copying and then removing it when they lie on
+// different file systems. On failure nothing has moved: a copy made so far
+// is removed again and the original stays whole.
+std::string moveItem(const fs::path &item, const fs::path &target)
+{
+    std::error_code error;
+    fs::rename(item, target, error);
+    if (!error)
+        return {};
+    if (error != std::errc::cross_device_link)
+        return error.message();
+    fs::copy(item, target, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
+    if (!error) {
+        fs::remove_all(item, error);
+        if (!error)
+            return {};
+        std::error_code ignored;
+        fs::copy(target, item, fs::copy_options::recursive | fs::copy_options::copy_symlinks |
+                                   fs::copy_options::skip_existing,
+                 ignored);
+    }
+    std::error_code ignored;
+    fs::remove_all(target, ignored);
+    return error.message();
+}
+
+// ---- Zip archives ----
+
+void logCompressionFailure(const std::string &source, const std::string &reason)
+{
+    TLLog::appendLog("Unable to compress %@: %@", source, reason);
+}
+
+struct ZipEntry
+{
+    fs::path diskPath;
+    std::string name;
+};
+
+// The entries below `folder`, named below `prefix`, in name order so that
+// the same folder always gives the same archive.
+std::string collectFolder(const fs::path &folder, const std::string &prefix, std::vector<ZipEntry> &entries)
+{
+    std::error_code error;
+    std::vector<fs::path> children;
+    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        children.push_back(it->path());
+    if (error)
+        return "cannot list " + folder.string() + ": " + error.message();
+    std::sort(children.begin(), children.end());
+    for (const fs::path &child : children) {
+        const std::string name = prefix.empty() ? child.filename().string() : prefix + "/" + child.filename().string();
+        entries.push_back({child, name});
+        if (fs::is_directory(fs::symlink_status(child, error))) {
+            const std::string reason = collectFolder(child, name, entries);
+            if (!reason.empty())
+                return reason;
+        }
+    }
+    return {};
+}
+
+la_ssize_t writeToSink(archive *, void *client, const void *buffer, size_t length)
+{
+    const auto &sink = *static_cast<const TLAtomicFile::Sink *>(client);
+    if (!sink(std::string_view(static_cast<const char *>(buffer), length)))
+        return -1;
+    return static_cast<la_ssize_t>(length);
+}
+
+std::string archiveError(archive *zip, const std::string &what)
+{
+    const char *message = archive_error_string(zip);
+    return what + ": " + (message != nullptr ? message : "archive error");
+}
+
+// Copies exactly the size announced in the entry's header; a file that
+// shrank or grew meanwhile would make the archive lie about it.
+std::string writeFileData(archive *zip, const ZipEntry &entry, int descriptor, off_t size)
+{
+    char buffer[65536];
+    off_t remaining = size;
+    while (remaining > 0) {
+        const ssize_t count =
+            ::read(descriptor, buffer, static_cast<size_t>(std::min<off_t>(remaining, sizeof buffer)));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return "cannot read " + entry.diskPath.string() + ": " + errnoText(errno);
+        if (count == 0)
+            return "cannot read " + entry.diskPath.string() + ": it changed while being compressed";
+        if (archive_write_data(zip, buffer, static_cast<size_t>(count)) != count)
+            return archiveError(zip, "cannot write " + entry.name);
+        remaining -= count;
+    }
+    return {};
+}
+
+// Writes one entry's header and, for a file, its contents.
+std::string writeEntry(archive *zip, const ZipEntry &entry)
+{
+    const std::string diskPath = entry.diskPath.string();
+    struct stat status{};
+    if (::lstat(diskPath.c_str(), &status) != 0)
+        return "cannot read " + diskPath + ": " + errnoText(errno);
+    const bool isFolder = S_ISDIR(status.st_mode);
+    const bool isLink = S_ISLNK(status.st_mode);
+    if (!isFolder && !isLink && !S_ISREG(status.st_mode))
+        return {};
+    int descriptor = -1;
+    if (S_ISREG(status.st_mode)) {
+        descriptor = ::open(diskPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+        if (descriptor < 0)
+            return "cannot open " + diskPath + ": " + errnoText(errno);
+    }
+    std::string target;
+    if (isLink) {
+        std::error_code error;
+        target = fs::read_symlink(entry.diskPath, error).string();
+        if (error)
+            return "cannot read " + diskPath + ": " + error.message();
+    }
+    archive_entry *header = archive_entry_new();
+    archive_entry_copy_stat(header, &status);
+    archive_entry_set_pathname_utf8(header, (isFolder ? entry.name + "/" : entry.name).c_str());
+    if (isLink)
+        archive_entry_set_symlink_utf8(header, target.c_str());
+    if (!S_ISREG(status.st_mode))
+        archive_entry_set_size(header, 0);
+    std::string reason;
+    if (archive_write_header(zip, header) != ARCHIVE_OK)
+        reason = archiveError(zip, "cannot add " + entry.name);
+    else if (descriptor >= 0)
+        reason = writeFileData(zip, entry, descriptor, status.st_size);
+    archive_entry_free(header);
+    if (descriptor >= 0)
+        ::close(descriptor);
+    return reason;
+}
+
+std::string writeZip(const std::vector<ZipEntry> &entries, const TLAtomicFile::Sink &sink)
+{
+    archive *zip = archive_write_new();
+    if (zip == nullptr)
+        return "cannot start an archive";
+    archive_write_set_format_zip(zip);
+    // No padding after the central directory: zip readers expect the end
+    // record at the very end of the file.
+    archive_write_set_bytes_in_last_block(zip, 1);
+    std::string reason;
+    if (archive_write_open(zip, const_cast<TLAtomicFile::Sink *>(&sink), nullptr, writeToSink, nullptr) !=
+        ARCHIVE_OK)
+        reason = archiveError(zip, "cannot start the archive");
+    for (std::size_t index = 0; reason.empty() && index < entries.size(); ++index)
+        reason = writeEntry(zip, entries[index]);
+    if (archive_write_close(zip) != ARCHIVE_OK && reason.empty())
+        reason = archiveError(zip, "cannot finish the archive");
+    archive_write_free(zip);
+    return reason;
+}
+
+TLFileWaiting &fileWaiting()
+{
+    static const std::shared_ptr<TLFileWaiting> waiting = TLFileWaiting::standard();
+    return *waiting;
+}
+
 } // namespace
 
-bool TLFileManager::removeFile(const std::string &path)
+bool TLFileManager::removeFile(const std::string &path, bool /*shouldAuth*/)
 {
     if (path.empty())
         return true;
+    unlockFile(path);
     if (occupancy(path) == Occupancy::free)
         return true;
     // Emptying the whole file system is never what a caller meant.
@@ -71,21 +372,166 @@ bool TLFileManager::removeFile(const std::string &path)
     return false;
 }
 
+bool TLFileManager::trashFile(const std::string &path, bool /*shouldAuth*/)
+{
+    if (path.empty())
+        return true;
+    unlockFile(path);
+    if (occupancy(path) == Occupancy::free)
+        return true;
+    std::error_code error;
+    const fs::path item = fs::absolute(withoutTrailingSlashes(path), error).lexically_normal();
+    const fs::path trash = fs::path(TLLocalPaths::trashDirectory()).parent_path();
+    if (error || item == item.root_path() || item.filename().empty()) {
+        logTrashFailure(path, "it cannot be moved to the Trash");
+        return false;
+    }
+    // Trashing the Trash, or a folder holding it, would move it into itself.
+    if (isSameOrInside(item, trash) || isSameOrInside(trash, item)) {
+        logTrashFailure(path, "the Trash cannot hold itself");
+        return false;
+    }
+    fs::create_directories(trash / "files", error);
+    if (!error)
+        fs::create_directories(trash / "info", error);
+    if (error) {
+        logTrashFailure(path, "cannot create the Trash at " + trash.string() + ": " + error.message());
+        return false;
+    }
+    std::string reason;
+    const std::optional<TrashSlot> slot = reserveTrashSlot(trash, item.filename().string(), item.string(), reason);
+    if (!slot) {
+        logTrashFailure(path, reason);
+        return false;
+    }
+    reason = moveItem(item, trash / "files" / slot->name);
+    if (reason.empty())
+        return true;
+    ::unlink(slot->infoPath.c_str());
+    logTrashFailure(path, reason);
+    return false;
+}
+
+void TLFileManager::unlockFile(const std::string &path)
+{
+#if defined(__linux__) && defined(FS_IOC_GETFLAGS)
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+    // Missing items and symbolic links carry no flag to clear.
+    if (descriptor < 0) {
+        if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
+            TLLog::fastAppendLog("Unable to unlock file %@: %@", path, errnoText(errno));
+        return;
+    }
+    int flags = 0;
+    if (::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_IMMUTABLE_FL) != 0) {
+        flags &= ~FS_IMMUTABLE_FL;
+        if (::ioctl(descriptor, FS_IOC_SETFLAGS, &flags) != 0)
+            TLLog::fastAppendLog("Unable to unlock file %@: %@", path, errnoText(errno));
+    }
+    ::close(descriptor);
+#else
+    (void)path;
+#endif
+}
+
+bool TLFileManager::createDirectory(const std::string &path, bool /*shouldAuth*/)
+{
+    if (!isDriveMountedForPath(path)) {
+        std::cerr << "Unable to create directory. Drive is not mounted." << std::endl;
+        return false;
+    }
+    if (path.empty()) {
+        TLLog::appendLog("Error creating folder: %@. Authorizing...", "no folder was named");
+        return false;
+    }
+    std::error_code error;
+    fs::create_directories(path, error);
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored))
+        return true;
+    const std::string reason = error ? error.message() : "something else is in the way";
+    TLLog::appendLog("Error creating folder: %@. Authorizing...", "cannot create " + path + ": " + reason);
+    return false;
+}
+
+bool TLFileManager::isDriveMountedForPath(const std::string &path)
+{
+    static constexpr std::string_view volumes = "/Volumes/";
+    if (!std::string_view(path).starts_with(volumes))
+        return true;
+    const std::size_t nameStart = path.find_first_not_of('/', volumes.size());
+    if (nameStart == std::string::npos)
+        return true;
+    const std::size_t nameEnd = path.find('/', nameStart);
+    const std::string mountPoint = "/Volumes/" + path.substr(nameStart, nameEnd - nameStart);
+    std::error_code error;
+    return fs::exists(mountPoint, error);
+}
+
 std::string TLFileManager::uniqueFilename(const std::string &path)
 {
     if (path.empty() || occupancy(path) != Occupancy::taken)
         return path;
     const std::string base = withoutTrailingSlashes(path);
-    const std::size_t dot = extensionDot(base);
-    const std::string_view stem = std::string_view(base).substr(0, dot);
-    const std::string_view extension =
-        dot == std::string_view::npos ? std::string_view() : std::string_view(base).substr(dot);
     for (long number = 2;; ++number) {
-        std::string candidate(stem);
-        candidate += ' ';
-        candidate += std::to_string(number);
-        candidate += extension;
+        std::string candidate = numberedPath(base, number);
         if (occupancy(candidate) != Occupancy::taken)
             return candidate;
     }
+}
+
+bool TLFileManager::compressFile(const std::string &source, const std::string &destination, bool includeParent)
+{
+    if (source.empty() || occupancy(source) != Occupancy::taken) {
+        logCompressionFailure(source, "nothing is there");
+        return false;
+    }
+    if (destination.empty()) {
+        logCompressionFailure(source, "no archive was named");
+        return false;
+    }
+    if (fileExistsAtPath(destination) && !trashFile(destination)) {
+        logCompressionFailure(source, "the old " + destination + " could not be moved to the Trash");
+        return false;
+    }
+    const fs::path root(withoutTrailingSlashes(source));
+    std::error_code error;
+    const bool isFolder = fs::is_directory(fs::symlink_status(root, error));
+    const std::string rootName =
+        fs::path(withoutTrailingSlashes(fs::absolute(root, error).lexically_normal().string())).filename().string();
+    // The list is taken before the archive is opened, so an archive written
+    // inside the folder it compresses never contains itself.
+    std::vector<ZipEntry> entries;
+    if (!isFolder || includeParent)
+        entries.push_back({root, rootName});
+    std::string reason = isFolder ? collectFolder(root, includeParent ? rootName : "", entries) : "";
+    std::string zipReason;
+    if (reason.empty())
+        reason = TLAtomicFile::writeWith(destination, [&](const TLAtomicFile::Sink &sink) {
+            zipReason = writeZip(entries, sink);
+            return zipReason.empty();
+        });
+    // The archive's own complaint says more than the cancelled write.
+    if (!zipReason.empty())
+        reason = zipReason;
+    if (!reason.empty()) {
+        logCompressionFailure(source, reason);
+        return false;
+    }
+    return fileExistsAtPath(destination);
+}
+
+void TLFileManager::waitForFileCreation(const std::string &path, double timeoutSeconds)
+{
+    fileWaiting().waitForFileCreation(path, timeoutSeconds);
+}
+
+void TLFileManager::waitForFileWrites(const std::string &path)
+{
+    fileWaiting().waitForFileWrites(path);
+}
+
+bool TLFileManager::fileExistsAtPath(const std::string &path)
+{
+    return !path.empty() && occupancy(path) == Occupancy::taken;
 }
