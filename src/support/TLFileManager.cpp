@@ -106,7 +106,9 @@ std::string percentEncoded(std::string_view path)
     std::string encoded;
     for (const char character : path) {
         const auto byte = static_cast<unsigned char>(character);
-        if (std::isalnum(byte) != 0 || std::strchr("-._~/", character) != nullptr) {
+        const bool isAsciiAlphanumeric =
+            (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+        if (isAsciiAlphanumeric || std::strchr("-._~/", character) != nullptr) {
             encoded += character;
             continue;
         }
@@ -128,16 +130,26 @@ std::string deletionDate()
     return text;
 }
 
+// The entry `path` names, with the links of the folders above it resolved
+// but not a link that the entry itself is: trashing a link moves the link.
+std::optional<fs::path> resolvedEntry(const fs::path &path)
+{
+    std::error_code error;
+    const fs::path folder = fs::weakly_canonical(path.parent_path(), error);
+    if (error)
+        return std::nullopt;
+    return folder / path.filename();
+}
+
 // Whether `inner` is `outer` or lies below it, comparing resolved paths.
 bool isSameOrInside(const fs::path &inner, const fs::path &outer)
 {
-    std::error_code error;
-    const fs::path resolvedInner = fs::weakly_canonical(inner, error);
-    if (error)
+    const std::optional<fs::path> resolvedInnerEntry = resolvedEntry(inner);
+    const std::optional<fs::path> resolvedOuterEntry = resolvedEntry(outer);
+    if (!resolvedInnerEntry || !resolvedOuterEntry)
         return false;
-    const fs::path resolvedOuter = fs::weakly_canonical(outer, error);
-    if (error)
-        return false;
+    const fs::path &resolvedInner = *resolvedInnerEntry;
+    const fs::path &resolvedOuter = *resolvedOuterEntry;
     const auto outerEnd =
         std::mismatch(resolvedOuter.begin(), resolvedOuter.end(), resolvedInner.begin(), resolvedInner.end())
             .first;
@@ -416,9 +428,11 @@ void TLFileManager::unlockFile(const std::string &path)
 {
 #if defined(__linux__) && defined(FS_IOC_GETFLAGS)
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
-    // Missing items and symbolic links carry no flag to clear.
+    // Missing items and symbolic links carry no flag to clear. An item that
+    // may not be opened (no read permission, a socket) is left to the
+    // operation that follows, which reports what really stops it.
     if (descriptor < 0) {
-        if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
+        if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != EACCES && errno != ENXIO)
             TLLog::fastAppendLog("Unable to unlock file %@: %@", path, errnoText(errno));
         return;
     }

@@ -33,7 +33,9 @@ public:
     // "Bins 2.xml", ...). Clears the immutable flag first. True when the
     // item was moved, when nothing is at `path`, or for an empty path.
     // False, with a log line "Unable to move <path> to the Trash: <reason>",
-    // for "/", for the Trash or an item inside it, and when the move fails;
+    // for "/", for the Trash, an item inside it or a folder holding it, and
+    // when the move fails (across file systems the item is copied and then
+    // removed; a failed copy is undone);
     // the item is then left where it was and no record stays behind.
     static bool trashFile(const std::string &path, bool shouldAuth = true);
 

@@ -187,6 +187,12 @@ TEST(TLFileManagerTest, TrashFileMovesItemsIntoTheDesktopTrashWithARecord)
     EXPECT_EQ(test::readFile(trashRoot() / "info" / "Reels.trashinfo"), "stray");
     EXPECT_TRUE(fs::exists(trashRoot() / "info" / "Reels 2.trashinfo"));
 
+    // A link to the folder holding the Trash is only a link: it goes alone.
+    fs::create_directory_symlink(trashRoot().parent_path(), folder.file("data"));
+    ASSERT_TRUE(TLFileManager::trashFile(folder.file("data")));
+    EXPECT_TRUE(fs::is_symlink(trashRoot() / "files" / "data"));
+    EXPECT_TRUE(fs::is_directory(trashRoot() / "files"));
+
     EXPECT_TRUE(TLFileManager::trashFile(folder.file("missing")));
     EXPECT_TRUE(TLFileManager::trashFile(""));
 }
@@ -290,13 +296,19 @@ TEST(TLFileManagerTest, UnlockFileClearsTheImmutableFlagSoTheFileCanGo)
     test::writeFile(locked, "x");
     const int descriptor = ::open(locked.c_str(), O_RDONLY);
     int flags = 0;
-    const bool canLock = ::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0 &&
-                         (flags |= FS_IMMUTABLE_FL, ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags) == 0);
-    ::close(descriptor);
-    if (!canLock)
+    bool canLock = ::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0;
+    flags |= FS_IMMUTABLE_FL;
+    canLock = canLock && ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags) == 0;
+    if (!canLock) {
+        ::close(descriptor);
         GTEST_SKIP() << "this file system or user cannot lock files";
+    }
     EXPECT_TRUE(TLFileManager::removeFile(locked));
     EXPECT_FALSE(fs::exists(locked));
+    // Should the removal have failed, the folder must still be deletable.
+    flags &= ~FS_IMMUTABLE_FL;
+    ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags);
+    ::close(descriptor);
 #endif
 }
 
