@@ -3,6 +3,7 @@
 #include "TLFileManager.h"
 
 #include "TLAtomicFile.h"
+#include "TLAuthorization.h"
 #include "TLFileWaiting.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
@@ -362,9 +363,22 @@ TLFileWaiting &fileWaiting()
     return *waiting;
 }
 
+bool runsAsRoot()
+{
+    return TLLocalPaths::userId() == 0;
+}
+
+// Administrator rights only help where permissions stood in the way, and a
+// process that already runs as root has them: there the tools would fail
+// just as the call did while reporting success, since they are only started.
+bool mayAuthorizeAfter(const std::error_code &error)
+{
+    return !runsAsRoot() && (error == std::errc::permission_denied || error == std::errc::operation_not_permitted);
+}
+
 } // namespace
 
-bool TLFileManager::removeFile(const std::string &path, bool /*shouldAuth*/)
+bool TLFileManager::removeFile(const std::string &path, bool shouldAuth)
 {
     if (path.empty())
         return true;
@@ -381,10 +395,12 @@ bool TLFileManager::removeFile(const std::string &path, bool /*shouldAuth*/)
     if (!error && occupancy(path) == Occupancy::free)
         return true;
     logRemovalFailure(path, error ? error.message() : "it is still there");
+    if (shouldAuth && mayAuthorizeAfter(error))
+        return TLAuthorization::sharedController().authRemoveFile(path);
     return false;
 }
 
-bool TLFileManager::trashFile(const std::string &path, bool /*shouldAuth*/)
+bool TLFileManager::trashFile(const std::string &path, bool shouldAuth)
 {
     if (path.empty())
         return true;
@@ -421,6 +437,8 @@ bool TLFileManager::trashFile(const std::string &path, bool /*shouldAuth*/)
         return true;
     ::unlink(slot->infoPath.c_str());
     logTrashFailure(path, reason);
+    if (shouldAuth && !runsAsRoot())
+        return TLAuthorization::sharedController().authTrashFile(path);
     return false;
 }
 
@@ -448,7 +466,7 @@ void TLFileManager::unlockFile(const std::string &path)
 #endif
 }
 
-bool TLFileManager::createDirectory(const std::string &path, bool /*shouldAuth*/)
+bool TLFileManager::createDirectory(const std::string &path, bool shouldAuth)
 {
     if (!isDriveMountedForPath(path)) {
         std::cerr << "Unable to create directory. Drive is not mounted." << std::endl;
@@ -465,6 +483,8 @@ bool TLFileManager::createDirectory(const std::string &path, bool /*shouldAuth*/
         return true;
     const std::string reason = error ? error.message() : "something else is in the way";
     TLLog::appendLog("Error creating folder: %@. Authorizing...", "cannot create " + path + ": " + reason);
+    if (shouldAuth && mayAuthorizeAfter(error))
+        return TLAuthorization::sharedController().authCreateDir(path);
     return false;
 }
 

@@ -8,11 +8,11 @@
 // Stateless; callable from any thread. Problems go to the application log;
 // nothing throws.
 //
-// These are the ordinary file-system operations only. Where the system
-// refuses one (a folder the user may not write to), it fails and logs the
-// reason; asking for an administrator's authorisation to retry comes with
-// the privileged file operations and is not attempted here yet, so the
-// `shouldAuth` flags below are accepted but change nothing for now.
+// Where the system refuses removing or creating for lack of permission, or
+// the move into the Trash itself fails, and `shouldAuth` is set, the operation is retried with
+// administrator rights (TLAuthorization::sharedController, which may show
+// the system's password prompt) and its result is that of the retry. A
+// process running as root never retries: it already has those rights.
 class TLFileManager
 {
 public:
@@ -21,7 +21,8 @@ public:
     // item's immutable flag (unlockFile). True when nothing is there
     // afterwards, including when nothing was there to begin with or `path`
     // is empty. On failure logs "Error removing file: <reason>.
-    // Authorizing..." and returns false; a folder may then be partly emptied.
+    // Authorizing..." and returns false (or the administrator retry's
+    // result); a folder may then be partly emptied.
     // The root folder "/" is never removed (false, logged the same way).
     static bool removeFile(const std::string &path, bool shouldAuth = true);
 
