@@ -1,5 +1,6 @@
 #include "TLAuthorization.h"
 
+#include "TLFileManager.h"
 #include "TLLocalPaths.h"
 #include "TestSupport.h"
 
@@ -226,4 +227,25 @@ TEST(TLAuthorizationTest, TrashingMovesIntoTheTrashWithATimeStampWhenTheNameIsTa
     EXPECT_EQ(runner->commands[0], prefix + folder.file("Auth Bins.xml") + " " + folder.file("sub") + "/Auth Bins.xml");
     runner->status = 1;
     EXPECT_FALSE(rights.authTrashFolderContents(folder.path().string()));
+}
+
+TEST(TLAuthorizationTest, FileManagerRetriesARefusedRemovalWithRightsUnlessRootOrTold)
+{
+    auto runner = std::make_shared<RecordingRunner>();
+    TLAuthorization::setCommandRunner(runner);
+    // The kernel's process files refuse removal to everyone, root included.
+    const std::string refused = "/proc/self/status";
+    {
+        const UserIdOverride user(1000);
+        EXPECT_FALSE(TLFileManager::removeFile(refused, false));
+        EXPECT_TRUE(runner->commands.empty());
+        EXPECT_TRUE(TLFileManager::removeFile(refused));
+        EXPECT_EQ(runner->commands, (std::vector<std::string>{"privileged: /bin/rm -Rdf " + refused}));
+    }
+    runner->commands.clear();
+    const UserIdOverride root(0);
+    EXPECT_FALSE(TLFileManager::removeFile(refused));
+    EXPECT_TRUE(runner->commands.empty());
+    TLAuthorization::sharedController().authEnd();
+    TLAuthorization::setCommandRunner(nullptr);
 }
