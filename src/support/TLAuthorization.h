@@ -68,6 +68,8 @@ public:
     TLAuthorization(const TLAuthorization &) = delete;
     TLAuthorization &operator=(const TLAuthorization &) = delete;
 
+    // Switches to `runner` for later operations; null means the system's.
+    // Rights already granted are kept.
     void setRunner(std::shared_ptr<CommandRunner> runner);
 
     // True at once when already authorised or root. Without a prompt (no
