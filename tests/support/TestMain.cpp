@@ -33,6 +33,10 @@ std::filesystem::path makeSandbox()
     set("CORVALE_LOCAL_ROOT", "local");
     set("TMPDIR", "tmp");
     unsetenv("XDG_DESKTOP_DIR");
+    // Without a graphical session no administrator prompt can appear: a
+    // test that provokes a refused file operation must never ask for rights.
+    unsetenv("DISPLAY");
+    unsetenv("WAYLAND_DISPLAY");
     unsetenv("XDG_DOCUMENTS_DIR");
     return root;
 }
