@@ -5,6 +5,7 @@
 #include "TLException.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 namespace {
@@ -16,6 +17,14 @@ constexpr const char *openFailedDescription = "The document could not be opened.
 TLFCPProjectLoader::TLFCPProjectLoader(TLAppleEvents events, OpenDocument openDocument, CloseWindow closeWindow)
     : m_events(std::move(events)), m_openDocument(std::move(openDocument)), m_closeWindow(std::move(closeWindow))
 {
+}
+
+void TLFCPProjectLoader::reportUnloadableDialog()
+{
+    const std::string title = "Critical error: unable to load FCP project loader dialog.";
+    const std::string advice = "You must reinstall the application.";
+    std::fputs((title + " " + advice + "\n").c_str(), stderr);
+    TLAlert::alertSheetWithMessageText(title, std::string("OK"), std::nullopt, std::nullopt, advice, nullptr, true);
 }
 
 void TLFCPProjectLoader::awakeFromNib()

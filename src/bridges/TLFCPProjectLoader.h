@@ -32,6 +32,14 @@ public:
     explicit TLFCPProjectLoader(TLAppleEvents events, OpenDocument openDocument,
                                 CloseWindow closeWindow = nullptr);
 
+    // For the front end whose dialog layout cannot be loaded: writes
+    // "Critical error: unable to load FCP project loader dialog. You must
+    // reinstall the application." as one line to standard error (the system
+    // console) and shows the alert "Critical error: unable to load FCP
+    // project loader dialog." / "You must reinstall the application." with
+    // one "OK" button, waiting for it to be answered.
+    static void reportUnloadableDialog();
+
     // Fills the dialog and begins its modal session: takes the list of open
     // projects once (Final Cut Pro not running gives an empty list, its own
     // message having been logged) and enables the Open button when the list

@@ -133,4 +133,18 @@ TEST_F(TLFCPProjectLoaderTest, CloseBoxAndCloseActionEndTheSessionOnce)
     EXPECT_TRUE(opened.empty());
 }
 
+TEST_F(TLFCPProjectLoaderTest, UnloadableDialogSaysToReinstall)
+{
+    testing::internal::CaptureStderr();
+    TLFCPProjectLoader::reportUnloadableDialog();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Critical error: unable to load FCP project loader dialog. You must reinstall the application.\n");
+    const auto shown = alerts->alerts();
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].message, "Critical error: unable to load FCP project loader dialog.");
+    EXPECT_EQ(shown[0].informativeText, "You must reinstall the application.");
+    EXPECT_EQ(shown[0].description.defaultButtonTitle, "OK");
+    EXPECT_EQ(shown[0].parentWindow, nullptr);
+}
+
 } // namespace
