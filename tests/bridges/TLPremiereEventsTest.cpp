@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <filesystem>
 
+using test::logOf;
+
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
@@ -82,19 +84,6 @@ protected:
         }
         workspace->running.push_back(
             {TLPremiereEvents::bundleIdentifier, 42, (contents / "MacOS/Adobe Premiere Pro").string()});
-    }
-
-    template <typename Work>
-    std::string logOf(Work &&work)
-    {
-        const std::optional<std::string> logPath = TLLog::currentLogPath();
-        if (!logPath)
-            return {};
-        fs::create_directories(fs::path(*logPath).parent_path());
-        TLLog::createNewLog(std::nullopt, true);
-        work();
-        TLLog::finishWriting();
-        return test::readFile(*logPath);
     }
 
     bool hasSlept(std::chrono::microseconds duration) const

@@ -20,6 +20,8 @@
 #include <string>
 #include <vector>
 
+using test::logOf;
+
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
@@ -102,20 +104,6 @@ std::shared_ptr<TLSmartBin> smartBin(std::string name, TLNodeList children, std:
 std::shared_ptr<TLBinRangeItem> reel(const std::string &name)
 {
     return TLBinRangeItem::create(name, "Reel [1-2]", nullptr, 2, 0);
-}
-
-// The lines logged while `work` runs, from a fresh log in the sandbox.
-template <typename Work>
-std::string logOf(Work &&work)
-{
-    const std::optional<std::string> logPath = TLLog::currentLogPath();
-    if (!logPath)
-        return {};
-    fs::create_directories(fs::path(*logPath).parent_path());
-    TLLog::createNewLog(std::nullopt, true);
-    work();
-    TLLog::finishWriting();
-    return test::readFile(*logPath);
 }
 
 std::size_t count(const std::string &text, const std::string &part)

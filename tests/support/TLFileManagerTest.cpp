@@ -22,23 +22,11 @@
 #include <linux/fs.h>
 #endif
 
+using test::logOf;
+
 namespace fs = std::filesystem;
 
 namespace {
-
-// The lines logged while `work` runs, from a fresh log in the sandbox.
-template <typename Work>
-std::string logOf(Work &&work)
-{
-    const std::optional<std::string> logPath = TLLog::currentLogPath();
-    if (!logPath)
-        return {};
-    fs::create_directories(fs::path(*logPath).parent_path());
-    TLLog::createNewLog(std::nullopt, true);
-    work();
-    TLLog::finishWriting();
-    return test::readFile(*logPath);
-}
 
 // Every entry of the zip archive at `path`, with its contents; an entry
 // named "!error" holds the reader's complaint.

@@ -13,25 +13,13 @@
 #include <thread>
 #include <vector>
 
+using test::logOf;
+
 namespace fs = std::filesystem;
 
 namespace {
 
 const std::string shell = "/bin/sh";
-
-// The lines logged while `work` runs, from a fresh log in the sandbox.
-template <typename Work>
-std::string logOf(Work &&work)
-{
-    const std::optional<std::string> logPath = TLLog::currentLogPath();
-    if (!logPath)
-        return {};
-    fs::create_directories(fs::path(*logPath).parent_path());
-    TLLog::createNewLog(std::nullopt, true);
-    work();
-    TLLog::finishWriting();
-    return test::readFile(*logPath);
-}
 
 double secondsSince(std::chrono::steady_clock::time_point start)
 {

@@ -1,7 +1,10 @@
 // Helpers shared by every test program: temporary folders and file access.
 #pragma once
 
+#include "TLLog.h"
+
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -31,5 +34,20 @@ const std::filesystem::path &sandboxRoot();
 
 std::string readFile(const std::filesystem::path &path);
 void writeFile(const std::filesystem::path &path, std::string_view contents);
+
+// The lines logged while `work` runs, from a fresh log in the sandbox; empty
+// when no log path can be made.
+template <typename Work>
+std::string logOf(Work &&work)
+{
+    const std::optional<std::string> logPath = TLLog::currentLogPath();
+    if (!logPath)
+        return {};
+    std::filesystem::create_directories(std::filesystem::path(*logPath).parent_path());
+    TLLog::createNewLog(std::nullopt, true);
+    work();
+    TLLog::finishWriting();
+    return readFile(*logPath);
+}
 
 } // namespace test
