@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test bench demo clean
+.PHONY: all deps configure build test bench demo app sanitize fuzz screenshot clean
 
 all: build
 
@@ -22,7 +22,7 @@ test: build
 bench:
 	@scripts/install-deps libxml2-utils
 	@cmake -S . -B $(BUILD_DIR)-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
-	  -DCORVALE_BUILD_TESTS=OFF > /dev/null
+	  -DCORVALE_BUILD_TESTS=OFF -DCORVALE_BUILD_APP=OFF > /dev/null
 	@cmake --build $(BUILD_DIR)-bench -j $(JOBS)
 	@bench/run $(BUILD_DIR)-bench
 
@@ -46,6 +46,26 @@ demo: configure
 	  echo '$$ corvale show sample-project.xml' && \
 	  $$corvale show sample-project.xml && \
 	  echo "(the sorted copy: $(DEMO_DIR)/sample-project.xml)"
+
+# Builds the desktop application and starts it.
+app: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target corvale-desktop
+	@$(BUILD_DIR)/src/app/corvale-desktop
+
+# The test suite under AddressSanitizer with UndefinedBehaviorSanitizer, and
+# the threaded tests under ThreadSanitizer, each in its own build folder.
+sanitize: deps
+	@scripts/run-sanitizers $(BUILD_DIR)
+
+# Runs every fuzz target for FUZZ_SECONDS each (clang's libFuzzer).
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	@scripts/run-fuzz $(BUILD_DIR)-fuzz $(FUZZ_SECONDS)
+
+# Remakes the README's screenshot of a window with a sorted project.
+screenshot: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target corvale-desktop
+	@scripts/screenshot $(BUILD_DIR)
 
 clean:
 	@rm -rf $(BUILD_DIR) $(BUILD_DIR)-bench

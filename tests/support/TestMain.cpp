@@ -1,54 +1,9 @@
-// Entry point of every test program: moves the home folder, the XDG folders
-// and the machine-wide folders into a private sandbox before any test runs,
-// so no test can touch the real user's files.
+// Entry point of every GoogleTest program: enters the sandbox (see
+// TestSandbox.cpp) before any test runs and removes it afterwards.
 #include "TestSupport.h"
 #include "TLLog.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-#include <unistd.h>
-
-namespace test {
-
-namespace {
-std::filesystem::path makeSandbox()
-{
-    const char *base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/corvale-test-XXXXXX";
-    if (!mkdtemp(pattern.data()))
-        std::abort();
-    const std::filesystem::path root(pattern);
-    const auto set = [&](const char *variable, const char *folder) {
-        const auto path = root / folder;
-        std::filesystem::create_directories(path);
-        setenv(variable, path.c_str(), 1);
-    };
-    set("HOME", "home");
-    set("XDG_CONFIG_HOME", "home/.config");
-    set("XDG_DATA_HOME", "home/.local/share");
-    set("XDG_CACHE_HOME", "home/.cache");
-    set("XDG_STATE_HOME", "home/.local/state");
-    set("CORVALE_LOCAL_ROOT", "local");
-    set("TMPDIR", "tmp");
-    unsetenv("XDG_DESKTOP_DIR");
-    // Without a graphical session no administrator prompt can appear: a
-    // test that provokes a refused file operation must never ask for rights.
-    unsetenv("DISPLAY");
-    unsetenv("WAYLAND_DISPLAY");
-    unsetenv("XDG_DOCUMENTS_DIR");
-    return root;
-}
-} // namespace
-
-const std::filesystem::path &sandboxRoot()
-{
-    static const std::filesystem::path root = makeSandbox();
-    return root;
-}
-
-} // namespace test
 
 int main(int argc, char **argv)
 {
