@@ -1,0 +1,94 @@
+// The sheets of a document window: range, smart bin, smart range and progress.
+#pragma once
+
+#include "TLBinNode.h"
+
+#include <QPointer>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+class MyDocument;
+class QDialog;
+class QWidget;
+class ProgressSheet;
+class RangeSheet;
+class SmartBinSheet;
+class SmartRangeSheet;
+
+// Owns the window-modal sheets of one document window and answers the sheet
+// and progress calls the document makes of its view. The sheets only show:
+// every button hands the user's input to the document's commands, which
+// decide, alert and close the sheet again through this object. Each sheet is
+// made on first use and kept, parented to the window, for the next time.
+class DocumentSheets
+{
+public:
+    // `window` parents the sheets (null makes them free-standing);
+    // `selectedNode` answers the outline's selected node (null for none) at
+    // the moment a sheet's create button is pressed.
+    DocumentSheets(MyDocument &document, QWidget *window, std::function<TLBinNodePtr()> selectedNode);
+    ~DocumentSheets();
+    DocumentSheets(const DocumentSheets &) = delete;
+    DocumentSheets &operator=(const DocumentSheets &) = delete;
+
+    // ---- Range sheet ----
+    // Shows the sheet window-modally (open(), never a nested event loop).
+    void showRangeSheet();
+    // Hides the sheet; nothing when it was never shown.
+    void closeRangeSheet();
+    // Replaces the expression field's text without starting a new preview.
+    void setRangeExpressionText(const std::string &expression);
+    // Refills the preview list from MyDocument::rangePreviewNames().
+    void reloadRangePreview();
+    void setRangeCountText(const std::string &text);
+
+    // ---- Smart bin sheet ----
+    void showSmartBinSheet();
+    void closeSmartBinSheet();
+    // The sheet as a QWidget* in a void*, for alerts shown on it; null before
+    // it was first made.
+    void *smartBinSheetHandle() const;
+    // Refills the filter table from MyDocument::smartBinFilterArray().
+    void reloadSmartBinTable();
+    // Opens the text cell of `row` for editing; nothing past the last row.
+    void editSmartBinFilterText(std::size_t row);
+    // Commits an edit in progress to the document, then closes the editor.
+    void endSmartBinEditing();
+    void startSmartBinSpinner();
+    void stopSmartBinSpinner();
+
+    // ---- Smart range sheet ----
+    void showSmartRangeSheet();
+    void closeSmartRangeSheet();
+    // Rebuilds the preview outline from the document's smart range preview.
+    void reloadSmartRangePreview();
+    void startSmartRangeSpinner();
+    void stopSmartRangeSpinner();
+    void setSmartRangeCreateEnabled(bool enabled);
+
+    // ---- Progress sheet of saving and sending ----
+    // Shows the sheet with an indeterminate bar; calls nest (a count), so
+    // the sheet hides when the last endProgress() matches the first start.
+    void startProgress();
+    void endProgress();
+    // Sets the label; shown the next time the sheet is visible.
+    void updateProgressLabel(const std::string &text);
+
+    // The sheets, for tests; null before first shown.
+    QDialog *rangeSheet() const;
+    QDialog *smartBinSheet() const;
+    QDialog *smartRangeSheet() const;
+    QDialog *progressSheet() const;
+
+private:
+    MyDocument &m_document;
+    QPointer<QWidget> m_window;
+    std::function<TLBinNodePtr()> m_selectedNode;
+    QPointer<RangeSheet> m_rangeSheet;
+    QPointer<SmartBinSheet> m_smartBinSheet;
+    QPointer<SmartRangeSheet> m_smartRangeSheet;
+    QPointer<ProgressSheet> m_progressSheet;
+    int m_progressDepth = 0;
+};
