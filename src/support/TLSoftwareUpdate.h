@@ -1,0 +1,67 @@
+// Starting the maker's updater: quietly at start-up, or on request.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <thread>
+
+// The updater object the application creates with its interface. Its
+// start-up check runs on a thread of its own and only launches the updater
+// with "-checkpath <program folder>"; the updater then checks quietly for
+// this program. The class-level operations are safe from any thread.
+//
+// The updater ("Quillmoor Software Update.app") is looked for in the
+// machine-wide Applications folder under "Quillmoor", then inside the
+// program folder under "Contents/Resources" and "Contents/MacOS". An
+// application is whatever the workspace (TLWorkspace) can find a program
+// file for; on Linux, a runnable program file.
+class TLSoftwareUpdate
+{
+public:
+    static constexpr const char *updaterName = "Quillmoor Software Update.app";
+    // The switch in "com.quillmoor.global.plist": boolean false turns the
+    // start-up check off; missing or any other value leaves it on.
+    static constexpr const char *checkAtStartupKey = "SUCheckAtStartup";
+
+    TLSoftwareUpdate() = default;
+    // Waits for a start-up check still running (it only starts a program).
+    ~TLSoftwareUpdate();
+    TLSoftwareUpdate(const TLSoftwareUpdate &) = delete;
+    TLSoftwareUpdate &operator=(const TLSoftwareUpdate &) = delete;
+
+    // startup(), when the object is created with the application's interface.
+    void awakeFromNib();
+    // Unless "SUCheckAtStartup" is boolean false, starts a thread running
+    // automaticallyCheckForUpdates. True when the thread was started (at most
+    // one per object: a second call while one runs starts nothing).
+    bool startup();
+    // Waits for the start-up thread, if any (for tests and shut-down).
+    void waitForStartupCheck();
+    // The menu action: launchSoftwareUpdate().
+    void manualUpdateCheck();
+
+    // The updater to run: the machine-wide one when it exists; else a copy of
+    // the first in-program-folder one that exists, made in the temporary
+    // folder as "Quillmoor Software Update.app" (replacing an older copy), so
+    // that the updater never runs from inside what it may replace. nullopt
+    // (logging "Error: unable to find software updater") when none exists or
+    // the copy fails.
+    static std::optional<std::string> updaterPath();
+    // Launches the updater's program with "-checkpath" and the program
+    // folder, without waiting. False, logging one of "Unable to launch
+    // Software Update - path doesn't exist", "... - updater bundle not
+    // found." or "... - executable path doesn't exist", when it cannot.
+    static bool automaticallyCheckForUpdates();
+    // Opens the updater itself through the workspace for an interactive
+    // check. False (logging "Unable to launch Software Update - path doesn't
+    // exist") when there is no updater or it cannot be started.
+    static bool launchSoftwareUpdate();
+
+    // The folder that stands for the program's bundle: the running program's
+    // folder, unless overridden (nullopt restores it).
+    static std::string programFolder();
+    static void overrideProgramFolder(std::optional<std::string> folder);
+
+private:
+    std::thread m_startupThread;
+};
