@@ -96,3 +96,11 @@ std::shared_ptr<TLAppleEventTransport> TLAppleEventTransport::withoutHost()
 {
     return std::make_shared<TLHostlessAppleEventTransport>();
 }
+
+// macOS has its own definition beside the Apple Event Manager transport.
+#ifndef __APPLE__
+std::shared_ptr<TLAppleEventTransport> TLAppleEventTransport::platform()
+{
+    return withoutHost();
+}
+#endif

@@ -108,4 +108,7 @@ public:
     // procNotFound (-600), no application runs, none is installed, nothing
     // opens and no path has a file-system reference.
     static std::shared_ptr<TLAppleEventTransport> withoutHost();
+    // The transport of the system the program runs on: the Apple Event
+    // Manager on macOS, withoutHost() everywhere else.
+    static std::shared_ptr<TLAppleEventTransport> platform();
 };

@@ -98,7 +98,7 @@ std::optional<std::string> decodedUTF8(std::optional<std::string> data)
 } // namespace
 
 TLAppleEvents::TLAppleEvents(std::shared_ptr<TLAppleEventTransport> transport, ConsoleSink console)
-    : m_transport(transport ? std::move(transport) : TLAppleEventTransport::withoutHost()),
+    : m_transport(transport ? std::move(transport) : TLAppleEventTransport::platform()),
       m_console(std::move(console))
 {
 }

@@ -37,7 +37,7 @@ public:
     // 600 seconds in ticks: an import of a large bin may take minutes.
     static constexpr std::int32_t importTimeoutTicks = 36000;
 
-    // A null transport is replaced by TLAppleEventTransport::withoutHost();
+    // A null transport is replaced by TLAppleEventTransport::platform();
     // a null sink writes each message as one line to standard error.
     explicit TLAppleEvents(std::shared_ptr<TLAppleEventTransport> transport = nullptr,
                            ConsoleSink console = nullptr);

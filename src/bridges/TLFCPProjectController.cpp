@@ -2,7 +2,6 @@
 #include "TLFCPProjectController.h"
 
 #include "TLAlert.h"
-#include "TLAppleEventsBridge.h"
 #include "TLFormat.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
@@ -22,18 +21,6 @@
 #include <unistd.h>
 
 namespace {
-
-// Final Cut Pro is reached through its Apple Events where they exist. Other
-// systems have no Apple Event host at all, and there the user is better told
-// that Final Cut Pro is not available than asked to start it.
-std::shared_ptr<TLFinalCutProBridge> defaultFinalCutProBridge()
-{
-#ifdef __APPLE__
-    return std::make_shared<TLAppleEventsBridge>();
-#else
-    return TLFinalCutProBridge::unavailable();
-#endif
-}
 
 constexpr auto premierePause = std::chrono::microseconds(500);
 constexpr double premiereCreationTimeout = 10;
@@ -271,9 +258,9 @@ TLFCPProjectController::TLFCPProjectController(TLProjectSources sources)
       m_clipIndexBuilt(std::make_unique<std::once_flag>())
 {
     if (!m_sources.finalCutPro)
-        m_sources.finalCutPro = defaultFinalCutProBridge();
+        m_sources.finalCutPro = TLFinalCutProBridge::standard();
     if (!m_sources.premiere)
-        m_sources.premiere = TLPremiereBridge::unavailable();
+        m_sources.premiere = TLPremiereBridge::standard();
     if (!m_sources.fileWaiting)
         m_sources.fileWaiting = TLFileWaiting::standard();
 }

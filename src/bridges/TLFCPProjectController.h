@@ -21,9 +21,10 @@
 #include <vector>
 
 // The hosts and services a controller obtains projects through. A member
-// left empty is replaced by its default: Final Cut Pro and Premiere Pro
-// report that they are not available, file waits wait on the real file
-// system, alerts go to the presenter in use (TLAlert::presenter()).
+// left empty is replaced by its default: Final Cut Pro through its Apple
+// Events (TLFinalCutProBridge::standard), Premiere Pro through its scripting
+// (TLPremiereBridge::standard), file waits on the real file system, alerts
+// to the presenter in use (TLAlert::presenter()).
 struct TLProjectSources
 {
     std::shared_ptr<TLFinalCutProBridge> finalCutPro;

@@ -1,7 +1,7 @@
 // What the application needs from Final Cut Pro: a project's xmeml and its
 // table of contents, the xmeml version to write, and the import of bins,
 // all through the application's automation interface. The Apple Events
-// bridge implements it where Final Cut Pro runs.
+// bridge implements it.
 #pragma once
 
 #include <memory>
@@ -34,11 +34,11 @@ public:
     // Blocks the caller for as long as Final Cut Pro takes (up to minutes).
     virtual bool sendXMLToFCP(const std::string &xml, const std::optional<std::string> &projectPath) = 0;
 
-    // A bridge for systems without Final Cut Pro: every fetch and send
-    // writes "Final Cut Pro is not available on this system." to standard
-    // error and returns nullopt or false. maximumXMEMLVersion answers 5, the
-    // newest version: the answer for a Final Cut Pro whose version cannot be
-    // read is that of version 7, and the newest format is also what other
-    // xmeml readers expect.
-    static std::shared_ptr<TLFinalCutProBridge> unavailable();
+    // The bridge the application uses unless told otherwise: Final Cut Pro's
+    // Apple Events (TLAppleEventsBridge) over the platform's transport. Where
+    // no Apple Event host exists every fetch and send fails with the
+    // bridge's own console messages ("Error: Final Cut Pro is not running.",
+    // "Error sending AppleEvent", ...) and maximumXMEMLVersion answers 5,
+    // the version of an installed Final Cut Pro that cannot be found.
+    static std::shared_ptr<TLFinalCutProBridge> standard();
 };

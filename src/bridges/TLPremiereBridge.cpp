@@ -1,27 +1,9 @@
-// The stand-in for Premiere Pro on systems where it cannot run.
+// The Premiere Pro bridge the application uses by default.
 #include "TLPremiereBridge.h"
 
-#include <cstdio>
+#include "TLPremiereEventsBridge.h"
 
-namespace {
-
-class TLUnavailablePremiereBridge final : public TLPremiereBridge
+std::shared_ptr<TLPremiereBridge> TLPremiereBridge::standard()
 {
-public:
-    void openProject(const std::string &) override { reportUnavailable(); }
-    void exportFCPXML(const std::string &) override { reportUnavailable(); }
-    void openFCPXML(const std::string &) override { reportUnavailable(); }
-
-private:
-    static void reportUnavailable()
-    {
-        std::fputs("Premiere Pro is not available on this system.\n", stderr);
-    }
-};
-
-} // namespace
-
-std::shared_ptr<TLPremiereBridge> TLPremiereBridge::unavailable()
-{
-    return std::make_shared<TLUnavailablePremiereBridge>();
+    return std::make_shared<TLPremiereEventsBridge>();
 }

@@ -1,7 +1,6 @@
 // What the application needs from Premiere Pro: opening a project, exporting
 // it as xmeml and importing an xmeml file, all through Premiere Pro's
-// scripting interface. The scripting bridge implements it where Premiere Pro
-// runs.
+// scripting interface. The scripting bridge implements it.
 #pragma once
 
 #include <memory>
@@ -27,8 +26,11 @@ public:
     // Premiere Pro has read the file.
     virtual void openFCPXML(const std::string &path) = 0;
 
-    // A bridge for systems without Premiere Pro: every request writes
-    // "Premiere Pro is not available on this system." to standard error and
-    // does nothing else, so no export file ever appears.
-    static std::shared_ptr<TLPremiereBridge> unavailable();
+    // The bridge the application uses unless told otherwise: Premiere Pro's
+    // scripting (TLPremiereEventsBridge). Where Premiere Pro is not
+    // installed each request logs "Premiere Pro not found on this
+    // computer." and does nothing else (no script is written, nothing is
+    // run), so no export file ever appears; an export request still takes
+    // its five seconds.
+    static std::shared_ptr<TLPremiereBridge> standard();
 };

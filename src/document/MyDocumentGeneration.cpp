@@ -556,14 +556,14 @@ std::shared_ptr<TLFinalCutProBridge> MyDocument::finalCutProBridge() const
 {
     if (m_services.projectSources.finalCutPro)
         return m_services.projectSources.finalCutPro;
-    static const std::shared_ptr<TLFinalCutProBridge> unavailable = TLFinalCutProBridge::unavailable();
-    return unavailable;
+    static const std::shared_ptr<TLFinalCutProBridge> standard = TLFinalCutProBridge::standard();
+    return standard;
 }
 
 std::shared_ptr<TLPremiereBridge> MyDocument::premiereBridge() const
 {
     if (m_services.projectSources.premiere)
         return m_services.projectSources.premiere;
-    static const std::shared_ptr<TLPremiereBridge> unavailable = TLPremiereBridge::unavailable();
-    return unavailable;
+    static const std::shared_ptr<TLPremiereBridge> standard = TLPremiereBridge::standard();
+    return standard;
 }

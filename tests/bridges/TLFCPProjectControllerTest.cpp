@@ -6,6 +6,7 @@
 #include "FakeFileWaiting.h"
 #include "FakeFinalCutProBridge.h"
 #include "FakePremiereBridge.h"
+#include "TLPremiereEvents.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -360,17 +361,32 @@ TEST(TLFCPProjectControllerTest, PremiereLoadWithoutExportAlertsAndKeepsTheDocum
     EXPECT_EQ(hosts.alerts->alerts().size(), 2u) << "a bad export is logged, not alerted";
 }
 
-TEST(TLFCPProjectControllerTest, MissingHostsSayTheyAreNotAvailable)
+TEST(TLFCPProjectControllerTest, DefaultHostsAnswerWithTheirOwnMessagesWhereTheyAreMissing)
 {
     test::TemporaryFolder folder;
-    TLFCPProjectController controller;
     const auto project = writeProject(folder, "binary fcp project", "Demo.fcp");
+    auto alerts = std::make_shared<test::FakeAlertPresenter>();
+    TLFCPProjectController controller({{}, {}, std::make_shared<test::FakeFileWaiting>(), alerts});
+    ASSERT_TRUE(controller.setXmlDocFromFilePath(writeProject(folder)));
+
     testing::internal::CaptureStderr();
     EXPECT_FALSE(controller.loadXMLFromFCP(project));
     EXPECT_FALSE(controller.loadTOCFromFCP(project));
     const auto console = testing::internal::GetCapturedStderr();
-    EXPECT_NE(console.find("Final Cut Pro is not available"), std::string::npos) << console;
-    EXPECT_NE(controller.xmlDoc(), nullptr);
+    EXPECT_EQ(console, "Error: Final Cut Pro is not running.\nError sending AppleEvent\n"
+                       "Error: Final Cut Pro is not running.\nError sending AppleEvent\n");
+    EXPECT_EQ(controller.nodesForQuery(".//clip")->size(), 4u);
+
+    // Premiere Pro is nowhere installed here: it says so and exports nothing.
+    std::vector<std::chrono::microseconds> sleeps;
+    TLPremiereEvents::setSleeper([&](std::chrono::microseconds duration) { sleeps.push_back(duration); });
+    const auto log = test::logOf([&] { EXPECT_FALSE(controller.loadXMLFromPremiere("/Projects/Demo.prproj")); });
+    TLPremiereEvents::setSleeper({});
+    EXPECT_NE(log.find(" - Premiere Pro not found on this computer.\n"), std::string::npos) << log;
+    ASSERT_EQ(alerts->alerts().size(), 1u);
+    EXPECT_EQ(alerts->alerts()[0].message, "No XML data found");
+    EXPECT_EQ(sleeps, std::vector<std::chrono::microseconds>{std::chrono::seconds(5)}) << "the export's wait";
+    EXPECT_EQ(controller.nodesForQuery(".//clip")->size(), 4u);
 }
 
 TEST(TLFCPProjectControllerTest, EntitiesAreNeitherExpandedNorFetched)
