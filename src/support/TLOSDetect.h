@@ -25,8 +25,8 @@ public:
 
     // The running system's version; all zeros when it cannot be read.
     static Version version();
-    // The leading numbers of a release text: up to three runs of digits
-    // separated by "."; parsing stops at the first other character (or a
+    // The leading numbers of a release text: up to three decimal numbers (a
+    // leading "-" allowed) separated by "."; parsing stops at the first other character (or a
     // number too large for a long), and missing parts are zero ("5.15" gives
     // 5.15.0, "4.19.0-rc1+" 4.19.0, "abc" or "" 0.0.0).
     static Version versionFromRelease(std::string_view release);
