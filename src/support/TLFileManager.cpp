@@ -565,6 +565,11 @@ void TLFileManager::waitForFileWrites(const std::string &path)
     fileWaiting().waitForFileWrites(path);
 }
 
+void TLFileManager::waitForFileWrites(const std::string &path, const std::string &lockFile)
+{
+    fileWaiting().waitForFileWrites(path, lockFile);
+}
+
 bool TLFileManager::fileExistsAtPath(const std::string &path)
 {
     return !path.empty() && occupancy(path) == Occupancy::taken;

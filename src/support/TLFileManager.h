@@ -95,6 +95,11 @@ public:
     // been left alone for five seconds; see TLFileWaiting::waitForFileWrites,
     // which this is.
     static void waitForFileWrites(const std::string &path);
+    // The same for a writer that keeps `lockFile` while it works: the wait
+    // also starts while the lock file exists, but then ends, as above, once
+    // the file has been left alone for five seconds, lock file or not. An
+    // empty `lockFile` means none.
+    static void waitForFileWrites(const std::string &path, const std::string &lockFile);
 
     // Whether anything is at `path`, a symbolic link that points nowhere
     // included. False for an empty path or one that cannot be looked at.

@@ -30,6 +30,12 @@ bool isBeingWritten(const std::string &path)
     return age < settlingTime && age > -settlingTime;
 }
 
+bool entryExists(const std::string &path)
+{
+    std::error_code error;
+    return !path.empty() && std::filesystem::exists(std::filesystem::symlink_status(path, error));
+}
+
 class TLStandardFileWaiting final : public TLFileWaiting
 {
 public:
@@ -45,9 +51,11 @@ public:
         std::this_thread::sleep_for(shortPause);
     }
 
-    void waitForFileWrites(const std::string &path) override
+    void waitForFileWrites(const std::string &path) override { waitForFileWrites(path, std::string()); }
+
+    void waitForFileWrites(const std::string &path, const std::string &lockFile) override
     {
-        if (!isBeingWritten(path))
+        if (!isBeingWritten(path) && !entryExists(lockFile))
             return;
         TLLog::appendLog("File %@ is currently being written to. Waiting...", path);
         do

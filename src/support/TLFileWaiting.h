@@ -28,6 +28,14 @@ public:
     // five seconds (or has gone), and logs "File <path> finished writing.".
     virtual void waitForFileWrites(const std::string &path) = 0;
 
+    // The same for a writer that also keeps a lock file while it works: the
+    // file counts as being written while `lockFile` exists (anything at that
+    // path, a dangling link included) as well as while its modification
+    // time is recent. The waiting itself then watches only the modification
+    // time, so a lock file left behind by a writer that died costs nothing
+    // more than the two log lines. An empty `lockFile` means none.
+    virtual void waitForFileWrites(const std::string &path, const std::string &lockFile) = 0;
+
     // The waiting above, done on the real file system.
     static std::shared_ptr<TLFileWaiting> standard();
 };

@@ -19,8 +19,15 @@ public:
 
     void waitForFileWrites(const std::string &path) override { writeWaits.push_back(path); }
 
+    void waitForFileWrites(const std::string &path, const std::string &lockFile) override
+    {
+        lockedWriteWaits.emplace_back(path, lockFile);
+    }
+
     std::vector<std::pair<std::string, double>> creationWaits;
     std::vector<std::string> writeWaits;
+    // Waits with a lock file: (path, lock file).
+    std::vector<std::pair<std::string, std::string>> lockedWriteWaits;
 };
 
 } // namespace test

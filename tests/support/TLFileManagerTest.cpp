@@ -308,11 +308,14 @@ TEST(TLFileManagerTest, WaitsAndExistenceGoToTheFileSystem)
         test::writeFile(folder.file("old.xml"), "x");
         fs::last_write_time(folder.file("old.xml"), fs::file_time_type::clock::now() - std::chrono::minutes(1));
         TLFileManager::waitForFileWrites(folder.file("old.xml"));
+        test::writeFile(folder.file("old.lock"), "");
+        TLFileManager::waitForFileWrites(folder.file("old.xml"), folder.file("old.lock"));
     });
     EXPECT_NE(log.find(" - File " + folder.file("never.xml") + " is not yet created. Waiting...\n"),
               std::string::npos)
         << log;
-    EXPECT_EQ(log.find("being written"), std::string::npos) << log;
+    EXPECT_EQ(log.find("being written"), log.rfind("being written")) << "only the wait with a lock file: " << log;
+    EXPECT_NE(log.find(" - File " + folder.file("old.xml") + " finished writing.\n"), std::string::npos) << log;
 
     fs::create_symlink(folder.file("nowhere"), folder.file("dangling"));
     EXPECT_TRUE(TLFileManager::fileExistsAtPath(folder.file("dangling")));

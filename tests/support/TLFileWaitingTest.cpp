@@ -55,3 +55,31 @@ TEST(TLFileWaitingTest, WritesAreAwaitedUntilTheFileHasRestedFiveSeconds)
     EXPECT_LT(secondsToRun([&] { waiting->waitForFileWrites(path); }), 0.1)
         << "a time far in the future must not make the wait endless";
 }
+
+TEST(TLFileWaitingTest, LockFileStartsTheWaitButOnlyTheModificationTimeProlongsIt)
+{
+    test::TemporaryFolder folder;
+    const auto waiting = TLFileWaiting::standard();
+    const auto path = folder.file("export.xml");
+    const auto lock = folder.file("export.lock");
+    test::writeFile(path, "<xmeml/>");
+    setAge(path, std::chrono::milliseconds(10000));
+
+    std::string log = test::logOf([&] { waiting->waitForFileWrites(path, lock); });
+    EXPECT_EQ(log.find("Waiting"), std::string::npos) << "no lock file, a settled file: " << log;
+    log = test::logOf([&] { waiting->waitForFileWrites(path, ""); });
+    EXPECT_EQ(log.find("Waiting"), std::string::npos) << "an empty lock path is none: " << log;
+
+    test::writeFile(lock, "");
+    double waited = 0;
+    log = test::logOf([&] { waited = secondsToRun([&] { waiting->waitForFileWrites(path, lock); }); });
+    EXPECT_LT(waited, 0.5) << "a stale lock file must not hold the wait";
+    const auto started = log.find(" - File " + path + " is currently being written to. Waiting...\n");
+    ASSERT_NE(started, std::string::npos) << log;
+    EXPECT_NE(log.find(" - File " + path + " finished writing.\n", started), std::string::npos) << log;
+
+    setAge(path, std::chrono::milliseconds(4600));
+    std::filesystem::remove(lock);
+    waited = secondsToRun([&] { waiting->waitForFileWrites(path, lock); });
+    EXPECT_GE(waited, 0.3) << "a recent change is awaited without a lock file too";
+}
