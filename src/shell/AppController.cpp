@@ -2,8 +2,11 @@
 #include "AppController.h"
 
 #include "TLAlert.h"
+#include "TLCrashwick.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
+#include "TLSiteLinks.h"
+#include "TLTroubleshootingUtils.h"
 #include "TLUserDefaults.h"
 #include "TLWorkspace.h"
 
@@ -19,12 +22,19 @@ constexpr const char *aboutFailureTitle = "Error: unable to load About dialog.";
 constexpr const char *aboutFailureText = "Please report this error to Quillmoor.";
 constexpr const char *openFailureTitle = "The document could not be opened.";
 constexpr const char *userManualSubpath = "/Documentation/Quillmoor/Tessaline User Manual.pdf";
+constexpr const char *siteAppName = "tessaline";
 constexpr auto startupCheckDelay = std::chrono::seconds(1);
 
 bool isRegularFile(const std::string &path)
 {
     std::error_code error;
     return std::filesystem::is_regular_file(path, error);
+}
+
+// Link failures are not the user's concern: the browser reports its own.
+void openURL(const std::string &url)
+{
+    (void)TLWorkspace::shared()->openURL(url);
 }
 
 } // namespace
@@ -37,6 +47,9 @@ AppController::AppController(AppControllerPlatform &platform, std::optional<std:
 
 void AppController::initialize()
 {
+    // The crash check reads the stamps of the last run before this run's
+    // launch stamp replaces them, and before the log rotates.
+    TLCrashwick::startCrashwick();
     TLLog::createNewLog();
     TLUserDefaults::standard()->registerDefaults({{showOpenDialogAtStartupKey, std::int64_t{1}}});
 }
@@ -72,8 +85,14 @@ bool AppController::applicationOpenFile(const std::string &path)
     return false;
 }
 
+void AppController::checkForUpdatesAtStartup()
+{
+    m_softwareUpdate.awakeFromNib();
+}
+
 void AppController::applicationWillTerminate()
 {
+    TLCrashwick::stopCrashwick();
     TLLog::willTerminate();
 }
 
@@ -135,21 +154,50 @@ void AppController::helpUserManual()
         TLWorkspace::shared()->openFile(*path);
 }
 
-void AppController::helpTessalineHome() {}
+void AppController::helpTessalineHome()
+{
+    openURL(TLSiteLinks::TessalineToolsURL());
+}
 
-void AppController::helpReportBug() {}
+void AppController::helpReportBug()
+{
+    openURL(TLSiteLinks::bugReportURLWithAppName(siteAppName, m_shortName));
+}
 
-void AppController::helpSuggestFeature() {}
+void AppController::helpSuggestFeature()
+{
+    openURL(TLSiteLinks::featureRequestURLWithAppName(siteAppName, m_shortName));
+}
 
-void AppController::helpSupport() {}
+void AppController::helpSupport()
+{
+    openURL(TLSiteLinks::supportURLForAppName(siteAppName));
+}
 
-void AppController::helpTLHome() {}
+void AppController::helpTLHome()
+{
+    openURL(TLSiteLinks::quillmoorURL());
+}
 
-void AppController::viewLog() {}
+void AppController::checkForUpdates()
+{
+    m_softwareUpdate.manualUpdateCheck();
+}
 
-void AppController::viewTaskLog() {}
+void AppController::viewLog()
+{
+    (void)TLTroubleshootingUtils::viewLogForApp(applicationName);
+}
 
-void AppController::gatherLogs() {}
+void AppController::viewTaskLog()
+{
+    (void)TLTroubleshootingUtils::viewTaskLogForApp(applicationName);
+}
+
+void AppController::gatherLogs()
+{
+    (void)TLTroubleshootingUtils::gatherLogsForAppWithName(applicationName);
+}
 
 void AppController::showAboutDialog()
 {
@@ -161,7 +209,12 @@ void AppController::showAboutDialog()
 
 MyDocument::MenuItemState AppController::validateUserInterfaceItem(MyDocument::MenuAction action) const
 {
-    const MyDocument *document = m_platform.currentDocument();
+    return validateUserInterfaceItem(action, m_platform.currentDocument());
+}
+
+MyDocument::MenuItemState AppController::validateUserInterfaceItem(MyDocument::MenuAction action,
+                                                                   const MyDocument *document) const
+{
     if (!document)
         document = &m_noDocument;
     return document->validateUserInterfaceItem(action, isFinalCutProRunning());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "MyDocument.h"
+#include "TLSoftwareUpdate.h"
 
 #include <chrono>
 #include <functional>
@@ -113,6 +114,9 @@ public:
     // document has not shown itself gets the alert "The document could not
     // be opened." with the path and the reason.
     bool applicationOpenFile(const std::string &path);
+    // The automatic update check, on a thread of its own, unless the user
+    // switched it off ("SUCheckAtStartup" false).
+    void checkForUpdatesAtStartup();
     // Stamps the clean exit for the next launch's crash detection, then
     // drains the log (or drops a long backlog).
     void applicationWillTerminate();
@@ -151,6 +155,9 @@ public:
     // there is no such Library.
     static std::optional<std::string> userManualPath();
 
+    // The interactive update check (the updater application itself).
+    void checkForUpdates();
+
     // Troubleshooting: open the current log or task log of "Corvale", or
     // gather its logs into an archive on the desktop (which reports itself).
     void viewLog();
@@ -170,6 +177,10 @@ public:
     // shown with Command-S on Save, Send hidden). Opening a Final Cut Pro
     // project is enabled only while Final Cut Pro runs.
     MyDocument::MenuItemState validateUserInterfaceItem(MyDocument::MenuAction action) const;
+    // The same for the items of the window showing `document` (null: a
+    // window without a document).
+    MyDocument::MenuItemState validateUserInterfaceItem(MyDocument::MenuAction action,
+                                                        const MyDocument *document) const;
     // Whether an application with the bundle identifier
     // "com.apple.FinalCutPro" runs, as the workspace sees it.
     static bool isFinalCutProRunning();
@@ -185,4 +196,5 @@ private:
     // Stands in for "no document": it is neither kind of host project, so
     // it validates the items exactly as the rules for no document say.
     MyDocument m_noDocument;
+    TLSoftwareUpdate m_softwareUpdate;
 };

@@ -4,6 +4,7 @@
 #include "RecordingAlertPresenter.h"
 #include "TLAlert.h"
 #include "TLLocalPaths.h"
+#include "TLSiteLinks.h"
 #include "TLUserDefaults.h"
 #include "TestSupport.h"
 
@@ -217,4 +218,42 @@ TEST_F(AppControllerTest, AboutPanelThatCannotLoadIsLoggedAndShown)
     EXPECT_EQ(alerts->alerts()[0].message, "Error: unable to load About dialog.");
     EXPECT_EQ(alerts->alerts()[0].informativeText, "Please report this error to Quillmoor.");
     EXPECT_EQ(alerts->alerts()[0].parentWindow, nullptr);
+}
+
+TEST_F(AppControllerTest, HelpLinksNameTheProductFamilyAndTheShortName)
+{
+    controller.helpTessalineHome();
+    controller.helpReportBug();
+    controller.helpSuggestFeature();
+    controller.helpSupport();
+    controller.helpTLHome();
+    const auto requests = workspace->requests();
+    ASSERT_EQ(requests.size(), 5u);
+    const std::vector<std::string> expected = {
+        TLSiteLinks::TessalineToolsURL(),
+        TLSiteLinks::bugReportURLWithAppName("tessaline", std::string("tessa_line")),
+        TLSiteLinks::featureRequestURLWithAppName("tessaline", std::string("tessa_line")),
+        TLSiteLinks::supportURLForAppName("tessaline"),
+        TLSiteLinks::quillmoorURL(),
+    };
+    for (std::size_t index = 0; index < expected.size(); ++index) {
+        EXPECT_EQ(requests[index].kind, "openURL");
+        EXPECT_EQ(requests[index].values, std::vector<std::string>{expected[index]});
+    }
+    EXPECT_NE(expected[1].find("/support/tessaline/bugreport/?app=tessa_line"), std::string::npos);
+
+    AppController named(platform, std::string("corvale"));
+    named.helpSuggestFeature();
+    EXPECT_NE(workspace->requests().back().values[0].find("?app=corvale"), std::string::npos);
+}
+
+TEST_F(AppControllerTest, CleanExitIsStampedAfterTheLaunch)
+{
+    controller.initialize();
+    const auto launch = TLUserDefaults::standard()->dateForKey("launch");
+    ASSERT_TRUE(launch.has_value());
+    controller.applicationWillTerminate();
+    const auto exit = TLUserDefaults::standard()->dateForKey("exit");
+    ASSERT_TRUE(exit.has_value());
+    EXPECT_GE(*exit, *launch);
 }
