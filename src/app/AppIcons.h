@@ -8,7 +8,8 @@
 
 // Icons drawn for Corvale and built into the program as resources, each at
 // 16, 32 and 64 pixels so that it stays crisp at 16 points on ordinary and
-// high-density screens alike. Main thread only (QIcon needs the GUI).
+// high-density screens alike. Main thread only, while the QApplication
+// exists: the icons are made once and let go when it ends.
 class AppIcons
 {
 public:
