@@ -54,9 +54,11 @@ public:
     // "launch" stamp (first run), when "exit" is not earlier than "launch"
     // (clean exit), when the stamp file cannot be read, or when no report
     // folder yields a report modified after "launch". In each folder, in
-    // the order above, the names beginning with "<appName>_" (any case) are
-    // taken in name order and the last one decides for that folder; the first
-    // folder with such a name ends the search. `appName` defaults to
+    // the order above, the entries named "<appName>_..." (any case) are
+    // taken in name order and the last one decides for that folder: when it
+    // was modified in a later second than "launch" (stamps keep whole
+    // seconds) it is the report, else the next folder is
+    // searched. `appName` defaults to
     // defaultApplicationName(). A report found is logged ("Application
     // crashed on last launch") and opened in the reporter unless
     // "disable-crash-reporter" in the shared preference file "global" is the
@@ -66,10 +68,14 @@ public:
                                                       const std::optional<std::string> &plistPath = std::nullopt);
 
     // Gives a stamp file written as root back to its user: the path component
-    // after "Users" or "home" names the user, and "/usr/sbin/chown <user>
-    // <path>" runs with a 5-second time-out. Does nothing when there is no
-    // such component or it is the last one.
+    // after the first "Users" or "home" names the user, and "chown <user>
+    // <path>" runs with a 5-second time-out ("/usr/sbin/chown", else the
+    // first of "/usr/bin/chown" and "/bin/chown" that exists). Does nothing
+    // when there is no such component or it is the last one; a failing
+    // chown is not reported.
     static void chownPlist(const std::string &path);
+    // Runs `program` instead of chown (tests); nullopt restores chown.
+    static void overrideChownProgram(std::optional<std::string> program);
 
     // The four crash-report folders in search order (a domain without a log
     // folder is left out).
