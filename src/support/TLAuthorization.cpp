@@ -4,6 +4,7 @@
 #include "TLLocalPaths.h"
 #include "TLLog.h"
 #include "TLTaskEx.h"
+#include "TLTrash.h"
 
 #include <algorithm>
 #include <chrono>
@@ -262,6 +263,32 @@ std::string TLAuthorization::trashDestination(const std::string &path) const
     return destination;
 }
 
+bool TLAuthorization::moveIntoTrash(const std::string &path)
+{
+    const std::string name = lastComponent(path);
+    const std::string stamped = withoutExtension(name) + "_" + localTimeStamp();
+    const std::string extension = extensionOf(name);
+    // The own name first, then the time-stamped one; two items of the same
+    // name in the same second are told apart by a number after the stamp.
+    const auto names = [&](long attempt) {
+        if (attempt == 1)
+            return name;
+        return stamped + (attempt == 2 ? std::string() : " " + std::to_string(attempt - 1)) + "." + extension;
+    };
+    std::string error;
+    const std::optional<TLTrash::Slot> slot = TLTrash::reserveSlot(path, names, error);
+    if (!slot) {
+        console("Unable to trash path " + path + ": " + error);
+        return false;
+    }
+    // The record stays with an item whose move was only started: the tool
+    // reports nothing back, and a record without an item is harmless.
+    if (authMoveFile(path, slot->itemPath))
+        return true;
+    TLTrash::releaseSlot(*slot);
+    return false;
+}
+
 bool TLAuthorization::authTrashFile(const std::string &path, bool deleteOnRootAccount)
 {
     if (path.empty())
@@ -270,12 +297,15 @@ bool TLAuthorization::authTrashFile(const std::string &path, bool deleteOnRootAc
         console("Unable to trash path " + path + " because it is a system directory.");
         return false;
     }
-    const std::string destination = trashDestination(path);
     // Removing the computed Trash path rather than the item itself is the
     // long-standing behaviour callers rely on; do not "fix" it to `path`.
     if (!m_userDirectory && deleteOnRootAccount && isRoot())
-        return authRemoveFile(destination);
-    return authMoveFile(path, destination);
+        return authRemoveFile(trashDestination(path));
+    // Root trashing for a known user goes to that user's ".Trash", which
+    // keeps no records.
+    if (isRoot() && m_userDirectory)
+        return authMoveFile(path, trashDestination(path));
+    return moveIntoTrash(path);
 }
 
 bool TLAuthorization::authTrashFolderContents(const std::string &path, bool deleteOnRootAccount)

@@ -91,12 +91,17 @@ public:
     // "/usr" is refused, "/usr/share/x" is not), an empty path, or a
     // non-zero status.
     bool authRemoveFile(const std::string &path);
-    // Moves `path` into the user's Trash under its own name, a taken name
-    // getting "_<yyyymmddHHMMSS>.<extension>" (the full stop stays when the
-    // name has no extension). As root, with `deleteOnRootAccount` and no
-    // known home folder, the computed Trash path is removed instead of
-    // moving anything. False for a system folder (exact match) or an
-    // empty path.
+    // Moves `path` into the user's freedesktop.org Trash under its own name,
+    // a taken name getting "_<yyyymmddHHMMSS>.<extension>" (the full stop
+    // stays when the name has no extension; a name taken within the same
+    // second gets " 2", " 3", ... after the stamp), and writes its
+    // ".trashinfo" record (TLTrash) so the desktop's Trash can restore it.
+    // The record is removed again when the move cannot be started. As root,
+    // with `deleteOnRootAccount` and no known home folder, the computed
+    // Trash path is removed instead of moving anything, and no record is
+    // written. False for a system folder (exact match), an empty path, a
+    // path that does not exist, or a record that cannot be written
+    // ("Unable to trash path <path>: <reason>" on the console).
     bool authTrashFile(const std::string &path, bool deleteOnRootAccount = false);
     // authTrashFile for each item of the folder (root with the flag and no
     // home folder: "/bin/rm -R -f <item>"); true when none failed, also for
@@ -133,6 +138,7 @@ private:
     // Runs a tool as root would: started, or waited for when not `async`.
     bool runAsRoot(const std::string &tool, const std::vector<std::string> &arguments, bool async);
     std::string trashDestination(const std::string &path) const;
+    bool moveIntoTrash(const std::string &path);
 
     // Polkit keeps no handle between calls; this only records that the
     // administrator has been confirmed once, so later calls do not ask again.

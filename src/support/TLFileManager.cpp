@@ -7,14 +7,13 @@
 #include "TLFileWaiting.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
+#include "TLTrash.h"
 
 #include <archive.h>
 #include <archive_entry.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
@@ -92,43 +91,11 @@ void logRemovalFailure(const std::string &path, const std::string &reason)
     TLLog::appendLog("Error removing file: %@. Authorizing...", "cannot remove " + path + ": " + reason);
 }
 
-// ---- Trash (the freedesktop.org layout: files/, info/*.trashinfo) ----
+// ---- Trash (the names and records are TLTrash's) ----
 
 void logTrashFailure(const std::string &path, const std::string &reason)
 {
     TLLog::appendLog("Unable to move %@ to the Trash: %@", path, reason);
-}
-
-// The path as the Path= key of a .trashinfo record wants it: every byte
-// outside the unreserved URI characters and "/" as %XX.
-std::string percentEncoded(std::string_view path)
-{
-    static constexpr char hex[] = "0123456789ABCDEF";
-    std::string encoded;
-    for (const char character : path) {
-        const auto byte = static_cast<unsigned char>(character);
-        const bool isAsciiAlphanumeric =
-            (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
-        if (isAsciiAlphanumeric || std::strchr("-._~/", character) != nullptr) {
-            encoded += character;
-            continue;
-        }
-        encoded += '%';
-        encoded += hex[byte >> 4];
-        encoded += hex[byte & 0x0F];
-    }
-    return encoded;
-}
-
-// Local time without a zone, as desktop trash browsers read DeletionDate.
-std::string deletionDate()
-{
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[32] = {};
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
-    return text;
 }
 
 // The entry `path` names, with the links of the folders above it resolved
@@ -155,45 +122,6 @@ bool isSameOrInside(const fs::path &inner, const fs::path &outer)
         std::mismatch(resolvedOuter.begin(), resolvedOuter.end(), resolvedInner.begin(), resolvedInner.end())
             .first;
     return outerEnd == resolvedOuter.end() || (std::next(outerEnd) == resolvedOuter.end() && outerEnd->empty());
-}
-
-struct TrashSlot
-{
-    std::string name;
-    std::string infoPath;
-};
-
-// Reserves a name in the Trash by creating its .trashinfo record
-// exclusively: two programs trashing "a.txt" at once then never pick the
-// same name. A name whose files/ entry is taken (a record lost by another
-// program) is passed over as well. nullopt with `reason` set on failure.
-std::optional<TrashSlot> reserveTrashSlot(const fs::path &trash, const std::string &name,
-                                          const std::string &originalPath, std::string &reason)
-{
-    const std::string record =
-        "[Trash Info]\nPath=" + percentEncoded(originalPath) + "\nDeletionDate=" + deletionDate() + "\n";
-    for (long number = 1;; ++number) {
-        const std::string candidate = number == 1 ? name : numberedPath(name, number);
-        const std::string infoPath = (trash / "info" / (candidate + ".trashinfo")).string();
-        const int descriptor = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (descriptor < 0 && errno == EEXIST)
-            continue;
-        if (descriptor < 0) {
-            reason = "cannot create " + infoPath + ": " + errnoText(errno);
-            return std::nullopt;
-        }
-        const bool written = TLAtomicFile::writeAll(descriptor, record);
-        const int writeError = errno;
-        ::close(descriptor);
-        if (!written) {
-            ::unlink(infoPath.c_str());
-            reason = "cannot write " + infoPath + ": " + errnoText(writeError);
-            return std::nullopt;
-        }
-        if (occupancy((trash / "files" / candidate).string()) == Occupancy::free)
-            return TrashSlot{candidate, infoPath};
-        ::unlink(infoPath.c_str());
-    }
 }
 
 // Moves `item` to `target`, copying and then removing it when they lie on
@@ -409,7 +337,7 @@ bool TLFileManager::trashFile(const std::string &path, bool shouldAuth)
         return true;
     std::error_code error;
     const fs::path item = fs::absolute(withoutTrailingSlashes(path), error).lexically_normal();
-    const fs::path trash = fs::path(TLLocalPaths::trashDirectory()).parent_path();
+    const fs::path trash = TLTrash::folder();
     if (error || item == item.root_path() || item.filename().empty()) {
         logTrashFailure(path, "it cannot be moved to the Trash");
         return false;
@@ -419,23 +347,18 @@ bool TLFileManager::trashFile(const std::string &path, bool shouldAuth)
         logTrashFailure(path, "the Trash cannot hold itself");
         return false;
     }
-    fs::create_directories(trash / "files", error);
-    if (!error)
-        fs::create_directories(trash / "info", error);
-    if (error) {
-        logTrashFailure(path, "cannot create the Trash at " + trash.string() + ": " + error.message());
-        return false;
-    }
+    const std::string name = item.filename().string();
     std::string reason;
-    const std::optional<TrashSlot> slot = reserveTrashSlot(trash, item.filename().string(), item.string(), reason);
+    const std::optional<TLTrash::Slot> slot = TLTrash::reserveSlot(
+        item.string(), [&](long attempt) { return attempt == 1 ? name : numberedPath(name, attempt); }, reason);
     if (!slot) {
         logTrashFailure(path, reason);
         return false;
     }
-    reason = moveItem(item, trash / "files" / slot->name);
+    reason = moveItem(item, slot->itemPath);
     if (reason.empty())
         return true;
-    ::unlink(slot->infoPath.c_str());
+    TLTrash::releaseSlot(*slot);
     logTrashFailure(path, reason);
     if (shouldAuth && !runsAsRoot())
         return TLAuthorization::sharedController().authTrashFile(path);

@@ -2,6 +2,7 @@
 
 #include "TLFileManager.h"
 #include "TLLocalPaths.h"
+#include "TLTrash.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -227,6 +228,46 @@ TEST(TLAuthorizationTest, TrashingMovesIntoTheTrashWithATimeStampWhenTheNameIsTa
     EXPECT_EQ(runner->commands[0], prefix + folder.file("Auth Bins.xml") + " " + folder.file("sub") + "/Auth Bins.xml");
     runner->status = 1;
     EXPECT_FALSE(rights.authTrashFolderContents(folder.path().string()));
+}
+
+TEST(TLAuthorizationTest, TrashingWithRightsWritesARecordUnderACollisionFreeName)
+{
+    const UserIdOverride user(1000);
+    auto runner = std::make_shared<RecordingRunner>();
+    TLAuthorization rights(true, runner);
+    const test::TemporaryFolder folder;
+    const std::string item = folder.file("Record Me%.txt");
+    test::writeFile(item, "x");
+    const std::string info = TLTrash::folder() + "/info/";
+    const std::string prefix = "privileged: /bin/mv -f " + item + " " + TLLocalPaths::trashDirectory() + "/";
+
+    std::vector<std::string> names;
+    for (int copy = 0; copy < 3; ++copy) {
+        ASSERT_TRUE(rights.authTrashFile(item));
+        const std::string &command = runner->commands.back();
+        ASSERT_EQ(command.rfind(prefix, 0), 0u) << command;
+        names.push_back(command.substr(prefix.size()));
+    }
+    EXPECT_EQ(names[0], "Record Me%.txt");
+    EXPECT_TRUE(std::regex_match(names[1], std::regex(R"(Record Me%_\d{14}\.txt)"))) << names[1];
+    EXPECT_TRUE(std::regex_match(names[2], std::regex(R"(Record Me%_\d{14}( 2)?\.txt)"))) << names[2];
+    EXPECT_NE(names[1], names[2]) << "the same second must not give the same name twice";
+    for (const std::string &name : names) {
+        const std::string record = test::readFile(info + name + ".trashinfo");
+        EXPECT_TRUE(std::regex_match(record, std::regex(literal("[Trash Info]\nPath=" + folder.path().string() +
+                                                                "/Record%20Me%25.txt\nDeletionDate=") +
+                                                        R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\n)")))
+            << record;
+    }
+
+    // A move that cannot be started takes its record back with it.
+    runner->status = 1;
+    const auto recordCount = [&] {
+        return std::distance(fs::directory_iterator(info), fs::directory_iterator());
+    };
+    const auto before = recordCount();
+    EXPECT_FALSE(rights.authTrashFile(item));
+    EXPECT_EQ(recordCount(), before);
 }
 
 TEST(TLAuthorizationTest, FileManagerRetriesARefusedRemovalWithRightsUnlessRootOrTold)
