@@ -1,16 +1,286 @@
-// Troubleshooting helpers (first version: nothing gathered yet).
+// Gathering logs, crash reports and preference files into an archive for
+// support, and opening the current logs.
 #include "TLTroubleshootingUtils.h"
+
+#include "TLAlert.h"
+#include "TLCrashwick.h"
+#include "TLFileManager.h"
+#include "TLLocalPaths.h"
+#include "TLWorkspace.h"
+
+#include <algorithm>
+#include <cctype>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <set>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Copies the files found into the staging folder, each under the full path
+// of the folder it was found in.
+class Collector
+{
+public:
+    Collector(std::string staging, std::vector<std::string> allowedRoots)
+        : m_staging(std::move(staging)), m_allowedRoots(std::move(allowedRoots))
+    {
+    }
+
+    std::size_t count() const { return m_copied.size(); }
+
+    // Every regular file of `folder` whose name `wanted` accepts. False after
+    // a failed copy (already reported).
+    bool collectFolder(const std::string &folder, const std::function<bool(const std::string &)> &wanted)
+    {
+        std::vector<fs::path> found;
+        std::error_code error;
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+            if (wanted(entry->path().filename().string()))
+                found.push_back(entry->path());
+        }
+        std::sort(found.begin(), found.end());
+        for (const fs::path &path : found) {
+            const auto source = acceptedSource(path);
+            if (source && !copy(*source, path, "Unable to copy log: "))
+                return false;
+        }
+        return true;
+    }
+
+    // One file named by the caller, copied wherever it lies.
+    bool collectFile(const std::string &path)
+    {
+        std::error_code error;
+        const fs::path source = fs::weakly_canonical(path, error);
+        return copy(error ? fs::path(path) : source, fs::absolute(path, error), "Unable to copy file: ");
+    }
+
+private:
+    // The file to read for an entry of a searched folder: the entry itself
+    // when it is a regular file, the target of a link when that is a
+    // regular file in one of the allowed places; nothing otherwise.
+    std::optional<fs::path> acceptedSource(const fs::path &entry) const
+    {
+        std::error_code error;
+        const auto status = fs::symlink_status(entry, error);
+        if (error)
+            return std::nullopt;
+        if (fs::is_regular_file(status))
+            return entry;
+        if (!fs::is_symlink(status))
+            return std::nullopt;
+        const fs::path target = fs::canonical(entry, error);
+        if (error || !fs::is_regular_file(target, error) || !isAllowed(target))
+            return std::nullopt;
+        return target;
+    }
+
+    bool isAllowed(const fs::path &target) const
+    {
+        const std::string text = target.string();
+        return std::any_of(m_allowedRoots.begin(), m_allowedRoots.end(), [&](const std::string &root) {
+            return !root.empty() && text.size() > root.size() && text.starts_with(root) && text[root.size()] == '/';
+        });
+    }
+
+    bool copy(const fs::path &source, const fs::path &foundAt, const char *failure)
+    {
+        std::error_code error;
+        const fs::path identity = fs::weakly_canonical(source, error);
+        if (!m_copied.insert(error ? source.string() : identity.string()).second)
+            return true;
+        const std::string folder = m_staging + foundAt.parent_path().string();
+        if (!TLFileManager::createDirectory(folder, false)) {
+            std::cerr << failure << "cannot create " << folder << std::endl;
+            return false;
+        }
+        fs::copy_file(source, folder + "/" + foundAt.filename().string(), fs::copy_options::overwrite_existing,
+                      error);
+        if (error) {
+            std::cerr << failure << error.message() << std::endl;
+            return false;
+        }
+        return true;
+    }
+
+    std::string m_staging;
+    std::vector<std::string> m_allowedRoots;
+    std::set<std::string> m_copied;
+};
+
+std::string withoutBlanks(std::string text)
+{
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    return text;
+}
+
+std::string lowerCase(std::string text)
+{
+    for (char &character : text)
+        character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    return text;
+}
+
+std::vector<std::string> logFolders()
+{
+    std::vector<std::string> folders;
+    for (const bool user : {true, false}) {
+        if (const auto library = TLLocalPaths::libraryDirectory(user))
+            folders.push_back(*library + "/Logs/Quillmoor");
+    }
+    return folders;
+}
+
+std::vector<std::string> preferenceFolders()
+{
+    std::vector<std::string> folders;
+    for (const bool user : {true, false}) {
+        if (const auto folder = TLLocalPaths::prefsDirectory(user))
+            folders.push_back(*folder);
+    }
+    return folders;
+}
+
+bool beginsWithAny(const std::string &name, const std::vector<std::string> &prefixes)
+{
+    return std::any_of(prefixes.begin(), prefixes.end(),
+                       [&](const std::string &prefix) { return name.starts_with(prefix); });
+}
+
+bool collectEverything(Collector &collector, const std::vector<std::string> &names)
+{
+    for (const std::string &folder : logFolders()) {
+        if (!collector.collectFolder(folder, [&](const std::string &file) {
+                return file.ends_with(".log") && beginsWithAny(file, names);
+            }))
+            return false;
+    }
+    std::vector<std::string> reportPrefixes;
+    for (const std::string &name : names)
+        reportPrefixes.push_back(name + "_");
+    for (const std::string &folder : TLCrashwick::crashReportFolders()) {
+        if (!collector.collectFolder(folder, [&](const std::string &file) {
+                return (file.ends_with(".crash") || file.ends_with(".ips")) && beginsWithAny(file, reportPrefixes);
+            }))
+            return false;
+    }
+    for (const std::string &folder : preferenceFolders()) {
+        for (const std::string &name : names) {
+            const std::string plain = "com.quillmoor." + withoutBlanks(name) + ".plist";
+            std::error_code error;
+            const std::string file = fs::exists(folder + "/" + plain, error) ? plain : lowerCase(plain);
+            if (!collector.collectFolder(folder, [&](const std::string &entry) { return entry == file; }))
+                return false;
+        }
+    }
+    return true;
+}
+
+std::string timeStamp()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local {};
+    localtime_r(&now, &local);
+    char text[32] = {};
+    std::strftime(text, sizeof text, "%Y%m%d%H%M%S", &local);
+    return text;
+}
+
+bool viewLog(const std::string &name, const char *suffix, const char *explanation)
+{
+    const auto library = TLLocalPaths::libraryDirectory(true);
+    const std::string path = library.value_or("") + "/Logs/Quillmoor/" + name + suffix;
+    std::error_code error;
+    if (!library || !fs::exists(path, error)) {
+        TLAlert::alertSheetWithMessageText("No log found", explanation, nullptr);
+        return false;
+    }
+    return TLWorkspace::shared()->openFile(path);
+}
+
+} // namespace
 
 bool TLTroubleshootingUtils::gatherLogsForAppWithName(const std::string &name)
 {
     return gatherLogsForAppsWithNames({name});
 }
-bool TLTroubleshootingUtils::gatherLogsForAppsWithNames(const std::vector<std::string> &, bool,
-                                                        const std::vector<std::string> &)
+
+bool TLTroubleshootingUtils::gatherLogsForAppsWithNames(const std::vector<std::string> &names, bool silent,
+                                                        const std::vector<std::string> &additionalFiles)
 {
-    return false;
+    if (names.empty())
+        return false;
+    const std::string staging = stagingFolder();
+    std::error_code error;
+    fs::remove_all(staging, error);
+    if (error) {
+        std::cerr << "Error removing existing folder: " << error.message() << std::endl;
+        return false;
+    }
+    if (!fs::create_directory(staging, error)) {
+        std::cerr << "Error creating temp folder: " << (error ? error.message() : "it exists") << std::endl;
+        return false;
+    }
+    std::vector<std::string> allowed = logFolders();
+    for (const auto &list : {TLCrashwick::crashReportFolders(), preferenceFolders()})
+        allowed.insert(allowed.end(), list.begin(), list.end());
+    allowed.push_back(TLLocalPaths::userDirectory());
+    Collector collector(staging, allowed);
+    bool copied = collectEverything(collector, names);
+    for (const std::string &file : additionalFiles) {
+        if (copied)
+            copied = collector.collectFile(file);
+    }
+    if (!copied) {
+        fs::remove_all(staging, error);
+        return false;
+    }
+    if (collector.count() == 0) {
+        fs::remove_all(staging, error);
+        if (!silent)
+            TLAlert::alertSheetWithMessageText("No logs found", "There were no logs available to gather.", nullptr);
+        return false;
+    }
+    const auto folder = archiveFolder();
+    std::string archive = folder.value_or("") + "/" + names.front() + " Logs.zip";
+    if (fs::exists(archive, error))
+        archive = archive.substr(0, archive.size() - 4) + "_" + timeStamp() + ".zip";
+    const bool made = folder && TLFileManager::compressFile(staging, archive);
+    fs::remove_all(staging, error);
+    if (!silent && made)
+        TLAlert::alertSheetWithMessageText("Logs gathered successfully", "The gathered logs were placed on your desktop.",
+                                           nullptr);
+    if (!silent && !made)
+        TLAlert::alertSheetWithMessageText("Logs could not be gathered", "Please check your file permissions.", nullptr);
+    return made;
 }
-bool TLTroubleshootingUtils::viewLogForApp(const std::string &) { return false; }
-bool TLTroubleshootingUtils::viewTaskLogForApp(const std::string &) { return false; }
-std::string TLTroubleshootingUtils::stagingFolder() { return {}; }
-std::optional<std::string> TLTroubleshootingUtils::archiveFolder() { return std::nullopt; }
+
+bool TLTroubleshootingUtils::viewLogForApp(const std::string &name)
+{
+    return viewLog(name, ".1.log", "You must perform a task before viewing the log.");
+}
+
+bool TLTroubleshootingUtils::viewTaskLogForApp(const std::string &name)
+{
+    return viewLog(name, ".1.task.log",
+                   "You must run the application as a task (e.g. through Task Scheduler) before viewing a log.");
+}
+
+std::string TLTroubleshootingUtils::stagingFolder()
+{
+    return TLLocalPaths::tempDirectory() + "/TL_App_Logs";
+}
+
+std::optional<std::string> TLTroubleshootingUtils::archiveFolder()
+{
+    const std::string folder = TLLocalPaths::desktopDirectory().value_or(TLLocalPaths::userDirectory() + "/Desktop");
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (!fs::is_directory(folder, error))
+        return std::nullopt;
+    return folder;
+}

@@ -26,9 +26,9 @@
 //
 // Only regular files are collected; sub-folders are not entered. A symbolic
 // link inside a searched folder is followed only when it resolves to a
-// regular file inside the user's home folder, the temporary folder or one of
-// the searched folders; any other link (to a folder, a device, a file of
-// another user's tree, or dangling) is skipped, so nothing outside those
+// regular file inside the user's home folder or one of the searched folders;
+// any other link (to a folder, a device, the shared temporary folder, a file
+// of another user's tree, or dangling) is skipped, so nothing outside those
 // places can end up in an archive. Extra files are the caller's choice and
 // are copied wherever they lie, links resolved.
 class TLTroubleshootingUtils
