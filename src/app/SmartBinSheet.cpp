@@ -1,0 +1,268 @@
+// The smart bin sheet.
+#include "SmartBinSheet.h"
+
+#include "MyDocument.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QStyledItemDelegate>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include <set>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace {
+
+constexpr int typeColumnIndex = 0;
+constexpr int matchColumnIndex = 1;
+constexpr int textColumnIndex = 2;
+
+// The field numbers 0 to 20 of a filter row, in that order.
+QStringList fieldLabels()
+{
+    return {QObject::tr("Clip Name"),        QObject::tr("File Name"),        QObject::tr("File Extension"),
+            QObject::tr("Media URL"),        QObject::tr("Duration"),         QObject::tr("Timebase"),
+            QObject::tr("Width"),            QObject::tr("Height"),           QObject::tr("Field Dominance"),
+            QObject::tr("Scene"),            QObject::tr("Shot/Take"),        QObject::tr("Log Note"),
+            QObject::tr("Good"),             QObject::tr("Label"),            QObject::tr("Master Comment 1"),
+            QObject::tr("Master Comment 2"), QObject::tr("Master Comment 3"), QObject::tr("Master Comment 4"),
+            QObject::tr("Audio"),            QObject::tr("Has Audio"),        QObject::tr("Audio Bit Depth")};
+}
+
+// The operators 0 to 5.
+QStringList operatorLabels()
+{
+    return {QObject::tr("contains"), QObject::tr("does not contain"), QObject::tr("is"),
+            QObject::tr("is not"),   QObject::tr("sorts after"),      QObject::tr("sorts before")};
+}
+
+// The match types 0 to 2: the first row alone, a clip once per matching row,
+// a clip that matches every row.
+QStringList matchTypeLabels()
+{
+    return {QObject::tr("the first filter"), QObject::tr("any filter"), QObject::tr("all filters")};
+}
+
+// Text cells whose open editor can be committed from outside, as Create
+// does when the user has not finished typing.
+class FilterTextDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &option,
+                          const QModelIndex &index) const override
+    {
+        QWidget *editor = QStyledItemDelegate::createEditor(parent, option, index);
+        m_editor = editor;
+        return editor;
+    }
+
+    // Closes the open editor, if any, handing its text over first when
+    // `commit`.
+    void finishEditing(bool commit)
+    {
+        QPointer<QWidget> editor = m_editor;
+        m_editor = nullptr;
+        if (!editor)
+            return;
+        if (commit)
+            emit commitData(editor);
+        emit closeEditor(editor, QAbstractItemDelegate::NoHint);
+    }
+
+private:
+    mutable QPointer<QWidget> m_editor;
+};
+
+} // namespace
+
+SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()> selectedNode, QWidget *parent)
+    : QDialog(parent), m_document(document), m_selectedNode(std::move(selectedNode))
+{
+    setObjectName(QStringLiteral("windowSmartBin"));
+    setWindowTitle(tr("New Smart Bin"));
+    setWindowModality(Qt::WindowModal);
+
+    m_nameField = new QLineEdit(this);
+    m_nameField->setObjectName(QStringLiteral("smartBinNameTextField"));
+    m_matchTypePopUp = new QComboBox(this);
+    m_matchTypePopUp->setObjectName(QStringLiteral("smartBinMatchTypePopUp"));
+    m_matchTypePopUp->addItems(matchTypeLabels());
+    m_matchTypePopUp->setCurrentIndex(2);
+
+    m_table = new QTableWidget(0, 3, this);
+    m_table->setObjectName(QStringLiteral("smartBinTableView"));
+    m_table->setHorizontalHeaderLabels({tr("Field"), tr("Comparison"), tr("Text")});
+    m_table->horizontalHeader()->setSectionResizeMode(textColumnIndex, QHeaderView::Stretch);
+    m_table->verticalHeader()->hide();
+    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_table->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
+                             QAbstractItemView::SelectedClicked);
+    m_textDelegate = new FilterTextDelegate(m_table);
+    m_table->setItemDelegateForColumn(textColumnIndex, m_textDelegate);
+
+    auto *addButton = new QPushButton(QStringLiteral("+"), this);
+    addButton->setObjectName(QStringLiteral("smartBinAddButton"));
+    addButton->setToolTip(tr("Add a filter"));
+    auto *removeButton = new QPushButton(QStringLiteral("\u2212"), this);
+    removeButton->setObjectName(QStringLiteral("smartBinRemoveButton"));
+    removeButton->setToolTip(tr("Remove the selected filters"));
+    m_spinner = new QProgressBar(this);
+    m_spinner->setObjectName(QStringLiteral("smartBinSpinner"));
+    m_spinner->setRange(0, 0);
+    m_spinner->setTextVisible(false);
+    m_spinner->setMaximumWidth(80);
+    m_spinner->hide();
+
+    auto *buttons = new QDialogButtonBox(this);
+    auto *cancelButton = buttons->addButton(QDialogButtonBox::Cancel);
+    cancelButton->setObjectName(QStringLiteral("smartBinCancelButton"));
+    auto *createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
+    createButton->setObjectName(QStringLiteral("smartBinCreateButton"));
+    createButton->setDefault(true);
+
+    auto *nameRow = new QHBoxLayout;
+    nameRow->addWidget(new QLabel(tr("Name:"), this));
+    nameRow->addWidget(m_nameField, 1);
+    auto *matchRow = new QHBoxLayout;
+    matchRow->addWidget(new QLabel(tr("Match:"), this));
+    matchRow->addWidget(m_matchTypePopUp);
+    matchRow->addStretch(1);
+    auto *rowButtons = new QHBoxLayout;
+    rowButtons->addWidget(addButton);
+    rowButtons->addWidget(removeButton);
+    rowButtons->addStretch(1);
+    rowButtons->addWidget(m_spinner);
+    rowButtons->addWidget(buttons);
+    auto *layout = new QVBoxLayout(this);
+    layout->addLayout(nameRow);
+    layout->addLayout(matchRow);
+    layout->addWidget(m_table, 1);
+    layout->addLayout(rowButtons);
+    resize(560, 300);
+
+    connect(m_table, &QTableWidget::itemChanged, this, [this](QTableWidgetItem *item) {
+        if (item->column() == textColumnIndex)
+            m_document.setSmartBinObjectValue(item->text().toStdString(), textColumn, std::size_t(item->row()));
+    });
+    connect(addButton, &QPushButton::clicked, this, [this] { m_document.smartBinAddItem(); });
+    connect(removeButton, &QPushButton::clicked, this, &SmartBinSheet::removeSelectedRows);
+    connect(cancelButton, &QPushButton::clicked, this, &SmartBinSheet::reject);
+    connect(createButton, &QPushButton::clicked, this, [this] {
+        // The document's worker finishes on the main thread by itself; the
+        // future is for callers that can wait.
+        static_cast<void>(m_document.createSmartBinClick(m_nameField->text().toStdString(), matchType(),
+                                                         m_selectedNode()));
+    });
+}
+
+void SmartBinSheet::present()
+{
+    m_nameField->setText(tr("Untitled Smart Bin"));
+    m_nameField->selectAll();
+    stopSpinner();
+    open();
+}
+
+void SmartBinSheet::dismiss()
+{
+    QDialog::done(QDialog::Rejected);
+}
+
+void SmartBinSheet::reloadTable()
+{
+    // Rows are rebuilt from the document, which already holds every
+    // finished edit; an editor left open would write into a row that may no
+    // longer be the one it was opened on, so it is dropped.
+    static_cast<FilterTextDelegate *>(m_textDelegate)->finishEditing(false);
+    const QSignalBlocker blocker(m_table);
+    const auto rows = m_document.smartBinFilterArray().size();
+    m_table->clearContents();
+    m_table->setRowCount(int(rows));
+    for (int row = 0; row < int(rows); ++row)
+        fillRow(row);
+}
+
+void SmartBinSheet::fillRow(int row)
+{
+    const auto cell = [&](const char *column) {
+        return m_document.smartBinObjectValue(column, std::size_t(row));
+    };
+    auto *typePopUp = makePopUp(fieldLabels(), row, typeColumn);
+    auto *matchPopUp = makePopUp(operatorLabels(), row, matchColumn);
+    if (const auto value = cell(typeColumn); value && std::holds_alternative<std::int64_t>(*value))
+        typePopUp->setCurrentIndex(int(std::get<std::int64_t>(*value)));
+    if (const auto value = cell(matchColumn); value && std::holds_alternative<std::int64_t>(*value))
+        matchPopUp->setCurrentIndex(int(std::get<std::int64_t>(*value)));
+    QString text;
+    if (const auto value = cell(textColumn); value && std::holds_alternative<std::string>(*value))
+        text = QString::fromStdString(std::get<std::string>(*value));
+    m_table->setCellWidget(row, typeColumnIndex, typePopUp);
+    m_table->setCellWidget(row, matchColumnIndex, matchPopUp);
+    m_table->setItem(row, textColumnIndex, new QTableWidgetItem(text));
+}
+
+QComboBox *SmartBinSheet::makePopUp(const QStringList &labels, int row, const char *column)
+{
+    auto *popUp = new QComboBox;
+    popUp->addItems(labels);
+    // activated: only the user's choices go back, not the filling above.
+    connect(popUp, &QComboBox::activated, this, [this, row, column](int index) {
+        m_document.setSmartBinObjectValue(std::int64_t(index), column, std::size_t(row));
+    });
+    return popUp;
+}
+
+void SmartBinSheet::removeSelectedRows()
+{
+    std::set<std::size_t> rows;
+    for (const auto &index : m_table->selectionModel()->selectedRows())
+        rows.insert(std::size_t(index.row()));
+    m_document.smartBinRemoveItem(std::vector<std::size_t>(rows.begin(), rows.end()));
+}
+
+void SmartBinSheet::editFilterText(std::size_t row)
+{
+    if (row >= std::size_t(m_table->rowCount()))
+        return;
+    auto *item = m_table->item(int(row), textColumnIndex);
+    m_table->setCurrentItem(item);
+    m_table->editItem(item);
+}
+
+void SmartBinSheet::endEditing()
+{
+    static_cast<FilterTextDelegate *>(m_textDelegate)->finishEditing(true);
+}
+
+void SmartBinSheet::startSpinner()
+{
+    m_spinner->show();
+}
+
+void SmartBinSheet::stopSpinner()
+{
+    m_spinner->hide();
+}
+
+std::int64_t SmartBinSheet::matchType() const
+{
+    return m_matchTypePopUp->currentIndex();
+}
+
+void SmartBinSheet::reject()
+{
+    m_document.cancelCreateSmartBin();
+}

@@ -1,0 +1,186 @@
+// The smart range sheet.
+#include "SmartRangeSheet.h"
+
+#include "AppIcons.h"
+#include "MyDocument.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFileIconProvider>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMimeDatabase>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTreeWidget>
+#include <QVBoxLayout>
+
+#include <utility>
+
+namespace {
+
+using Outline = MyDocument::Outline;
+
+struct Criterion
+{
+    std::int64_t number;
+    const char *label;
+};
+
+// Criterion 1 and those above 18 never collect anything, so they are not
+// offered.
+constexpr Criterion offeredCriteria[] = {
+    {0, QT_TRANSLATE_NOOP("SmartRangeSheet", "File Type")},
+    {2, QT_TRANSLATE_NOOP("SmartRangeSheet", "Folder")},
+    {3, QT_TRANSLATE_NOOP("SmartRangeSheet", "Timebase")},
+    {4, QT_TRANSLATE_NOOP("SmartRangeSheet", "Width")},
+    {5, QT_TRANSLATE_NOOP("SmartRangeSheet", "Height")},
+    {6, QT_TRANSLATE_NOOP("SmartRangeSheet", "Field Dominance")},
+    {7, QT_TRANSLATE_NOOP("SmartRangeSheet", "Scene")},
+    {8, QT_TRANSLATE_NOOP("SmartRangeSheet", "Shot/Take")},
+    {9, QT_TRANSLATE_NOOP("SmartRangeSheet", "Log Note")},
+    {10, QT_TRANSLATE_NOOP("SmartRangeSheet", "Good")},
+    {11, QT_TRANSLATE_NOOP("SmartRangeSheet", "Label")},
+    {12, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 1")},
+    {13, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 2")},
+    {14, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 3")},
+    {15, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 4")},
+    {16, QT_TRANSLATE_NOOP("SmartRangeSheet", "Has Audio")},
+    {17, QT_TRANSLATE_NOOP("SmartRangeSheet", "Audio Sample Rate")},
+    {18, QT_TRANSLATE_NOOP("SmartRangeSheet", "Audio Bit Depth")},
+};
+
+// The icon a row asks for: one of ours, the file's own, or its type's.
+QIcon iconFor(const MyDocument::OutlineIcon &icon)
+{
+    using Source = MyDocument::OutlineIcon::Source;
+    const QString name = QString::fromStdString(icon.name);
+    if (icon.source == Source::imageNamed)
+        return AppIcons::named(icon.name);
+    QFileIconProvider provider;
+    if (icon.source == Source::fileIcon && QFileInfo::exists(name))
+        return provider.icon(QFileInfo(name));
+    const QString extension = icon.source == Source::fileIcon ? QFileInfo(name).suffix() : name;
+    const QMimeType type =
+        QMimeDatabase().mimeTypeForFile(QStringLiteral("file.") + extension, QMimeDatabase::MatchExtension);
+    return QIcon::fromTheme(type.iconName(),
+                            QIcon::fromTheme(type.genericIconName(), provider.icon(QFileIconProvider::File)));
+}
+
+// Adds the preview's children of `node` (the root for null) under `parent`,
+// or at the top level without one.
+void addChildren(QTreeWidget &outline, QTreeWidgetItem *parent, const MyDocument &document,
+                 const TLBinNodePtr &node)
+{
+    const std::size_t count = document.numberOfChildrenOfItem(node, Outline::smartRangePreview);
+    for (std::size_t index = 0; index < count; ++index) {
+        const auto child = document.childOfItem(index, node, Outline::smartRangePreview);
+        if (!child)
+            continue;
+        auto *item = new QTreeWidgetItem;
+        item->setText(0, QString::fromStdString(MyDocument::objectValueForItem(child)));
+        item->setIcon(0, iconFor(MyDocument::iconForItem(child)));
+        if (parent)
+            parent->addChild(item);
+        else
+            outline.addTopLevelItem(item);
+        addChildren(outline, item, document, child);
+    }
+}
+
+} // namespace
+
+SmartRangeSheet::SmartRangeSheet(MyDocument &document, std::function<TLBinNodePtr()> selectedNode,
+                                 QWidget *parent)
+    : QDialog(parent), m_document(document), m_selectedNode(std::move(selectedNode))
+{
+    setObjectName(QStringLiteral("windowSmartRange"));
+    setWindowTitle(tr("New Smart Range"));
+    setWindowModality(Qt::WindowModal);
+
+    m_criteriaPopUp = new QComboBox(this);
+    m_criteriaPopUp->setObjectName(QStringLiteral("smartRangeCriteriaPopUp"));
+    for (const auto &criterion : offeredCriteria)
+        m_criteriaPopUp->addItem(tr(criterion.label), QVariant::fromValue<qlonglong>(criterion.number));
+    m_previewOutline = new QTreeWidget(this);
+    m_previewOutline->setObjectName(QStringLiteral("smartRangeOutlineView"));
+    m_previewOutline->setHeaderHidden(true);
+    m_previewOutline->setIconSize(QSize(16, 16));
+    m_previewOutline->setSelectionMode(QAbstractItemView::NoSelection);
+    m_spinner = new QProgressBar(this);
+    m_spinner->setObjectName(QStringLiteral("smartRangeSpinner"));
+    m_spinner->setRange(0, 0);
+    m_spinner->setTextVisible(false);
+    m_spinner->setMaximumWidth(80);
+    m_spinner->hide();
+
+    auto *buttons = new QDialogButtonBox(this);
+    auto *cancelButton = buttons->addButton(QDialogButtonBox::Cancel);
+    cancelButton->setObjectName(QStringLiteral("smartRangeCancelButton"));
+    m_createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
+    m_createButton->setObjectName(QStringLiteral("smartRangeCreateBtn"));
+    m_createButton->setDefault(true);
+
+    auto *criteriaRow = new QHBoxLayout;
+    criteriaRow->addWidget(new QLabel(tr("One bin for each:"), this));
+    criteriaRow->addWidget(m_criteriaPopUp);
+    criteriaRow->addStretch(1);
+    criteriaRow->addWidget(m_spinner);
+    auto *layout = new QVBoxLayout(this);
+    layout->addLayout(criteriaRow);
+    layout->addWidget(m_previewOutline, 1);
+    layout->addWidget(buttons);
+    resize(420, 400);
+
+    connect(m_criteriaPopUp, &QComboBox::activated, this,
+            [this] { m_document.smartRangeChangeCriteria(criteria()); });
+    connect(cancelButton, &QPushButton::clicked, this, &SmartRangeSheet::reject);
+    connect(m_createButton, &QPushButton::clicked, this, [this] {
+        // The document's worker finishes on the main thread by itself; the
+        // future is for callers that can wait.
+        static_cast<void>(m_document.createSmartRangeClick(m_selectedNode()));
+    });
+}
+
+std::int64_t SmartRangeSheet::criteria() const
+{
+    return m_criteriaPopUp->currentData().toLongLong();
+}
+
+void SmartRangeSheet::present()
+{
+    open();
+}
+
+void SmartRangeSheet::dismiss()
+{
+    QDialog::done(QDialog::Rejected);
+}
+
+void SmartRangeSheet::reloadPreview()
+{
+    m_previewOutline->clear();
+    addChildren(*m_previewOutline, nullptr, m_document, nullptr);
+}
+
+void SmartRangeSheet::startSpinner()
+{
+    m_spinner->show();
+}
+
+void SmartRangeSheet::stopSpinner()
+{
+    m_spinner->hide();
+}
+
+void SmartRangeSheet::setCreateEnabled(bool enabled)
+{
+    m_createButton->setEnabled(enabled);
+}
+
+void SmartRangeSheet::reject()
+{
+    m_document.cancelCreateSmartRange();
+}
