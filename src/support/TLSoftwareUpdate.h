@@ -44,8 +44,8 @@ public:
     // the first in-program-folder one that exists, made in the temporary
     // folder as "Quillmoor Software Update.app" (replacing an older copy), so
     // that the updater never runs from inside what it may replace. nullopt
-    // (logging "Error: unable to find software updater") when none exists or
-    // the copy fails.
+    // when none exists (logging "Error: unable to find software updater") or
+    // the copy fails (logging "Error: unable to copy software updater ...").
     static std::optional<std::string> updaterPath();
     // Launches the updater's program with "-checkpath" and the program
     // folder, without waiting. False, logging one of "Unable to launch
@@ -58,7 +58,8 @@ public:
     static bool launchSoftwareUpdate();
 
     // The folder that stands for the program's bundle: the running program's
-    // folder, unless overridden (nullopt restores it).
+    // folder, unless overridden (nullopt restores it). The same setting as
+    // TLCrashwick::programFolder, which looks for the crash reporter there.
     static std::string programFolder();
     static void overrideProgramFolder(std::optional<std::string> folder);
 
