@@ -69,6 +69,9 @@ bool readAll(int descriptor, Bytes &bytes)
 // a folder, a device or pipe that could block, unreadable).
 std::optional<Bytes> readRegularFile(const std::string &path)
 {
+    // The system would stop at a NUL and read another, shorter path.
+    if (path.find('\0') != std::string::npos)
+        return std::nullopt;
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
         return std::nullopt;

@@ -53,8 +53,8 @@ public:
     TLFCPProjectController &operator=(const TLFCPProjectController &) = delete;
 
     // Loads an xmeml file. False, with the document unchanged, when `path`
-    // names nothing, a folder or anything else that is not a readable
-    // regular file. Otherwise true, and the document is the file's parse;
+    // names nothing (or holds a NUL), a folder or anything else that is not
+    // a readable regular file. Otherwise true, and the document is the file's parse;
     // when the file is not well-formed XML (empty, plain text, truncated)
     // there is then no document at all (xmlDoc() is null).
     [[nodiscard]] bool setXmlDocFromFilePath(const std::string &path);

@@ -20,6 +20,7 @@
 #include <pugixml.hpp>
 
 #include <chrono>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -283,6 +284,39 @@ private:
     bool m_ok = true;
 };
 
+// Most tabs an element may take on average before indenting is given up.
+constexpr std::uint64_t maximumAverageIndentation = 64;
+
+// Whether one tab per level keeps the text within a small multiple of the
+// tree. Indentation grows with the square of the nesting: a project nested
+// 100,000 deep would take 10 GB of tabs, filling the disk and never ending,
+// so such a tree is written without line breaks instead. Walks the tree
+// without recursion, as it may be that deep.
+bool indentationStaysSmall(const pugi::xml_document &document)
+{
+    std::uint64_t elements = 0;
+    std::uint64_t tabs = 0;
+    std::uint64_t depth = 0;
+    pugi::xml_node node = document.first_child();
+    while (node) {
+        if (node.type() == pugi::node_element) {
+            ++elements;
+            tabs += depth;
+        }
+        if (node.first_child()) {
+            node = node.first_child();
+            ++depth;
+            continue;
+        }
+        while (node != document && !node.next_sibling()) {
+            node = node.parent();
+            --depth;
+        }
+        node = node == document ? pugi::xml_node() : node.next_sibling();
+    }
+    return tabs <= maximumAverageIndentation * elements;
+}
+
 // The project as indented text, one element to a line, with a UTF-8
 // declaration and the document type Final Cut Pro expects. Declarations and
 // document types already in the tree are replaced by these.
@@ -293,10 +327,11 @@ bool printPretty(const pugi::xml_document &document, const TLAtomicFile::Sink &s
         header += "<!DOCTYPE " + std::string(root.name()) + ">\n";
     SinkWriter writer(sink);
     writer.write(header.data(), header.size());
+    const unsigned int format = indentationStaysSmall(document) ? pugi::format_indent : pugi::format_raw;
     for (const pugi::xml_node &node : document.children()) {
         if (node.type() == pugi::node_declaration || node.type() == pugi::node_doctype)
             continue;
-        node.print(writer, "\t", pugi::format_indent, pugi::encoding_utf8);
+        node.print(writer, "\t", format, pugi::encoding_utf8);
     }
     return writer.ok();
 }
@@ -403,7 +438,7 @@ std::optional<std::string> MyDocument::settingsPathForProject(const std::string 
 {
     const std::optional<std::string> support = TLLocalPaths::appSupportDirectory(true);
     const std::string name = lastPathComponent(projectPath);
-    if (!support || name.empty() || name == "/")
+    if (!support || name.empty() || name == "/" || name.find('\0') != std::string::npos)
         return std::nullopt;
     return *support + std::string(settingsFolderName) + "/" + name + ".plist";
 }

@@ -93,7 +93,7 @@ public:
     // Support folder + "/Quillmoor/Tessaline/Corvale/Project Settings/" +
     // the project's file name (its last path component, trailing slashes
     // ignored) + ".plist". nullopt when there is no Application Support
-    // folder or the path names no file ("" or "/").
+    // folder or the path names no file ("", "/" or a name holding a NUL).
     static std::optional<std::string> settingsPathForProject(const std::string &projectPath);
 
     // Archives the tree into the settings file of `projectPath`, creating
@@ -119,7 +119,9 @@ public:
     // One save, on the calling thread: shows the progress sheet ("Generating
     // bin list...", then "Writing file..."), merges the bins into the
     // project, writes it pretty-printed (UTF-8 declaration, document type,
-    // one element per line, tab indentation) atomically to `request.url`,
+    // one element per line, tab indentation; a project nested so deep that
+    // its tabs would average more than 64 an element goes on one line
+    // instead) atomically to `request.url`,
     // gives it the type code 'XML ' and creator 'KeyG' where the file
     // system keeps them, stores the settings for the written file's name and
     // marks the document clean. On a write error the sheet is hidden, the

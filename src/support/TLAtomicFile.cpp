@@ -106,6 +106,9 @@ std::string TLAtomicFile::writeContents(const std::string &path, std::string_vie
 
 std::string TLAtomicFile::writeWith(const std::string &path, const std::function<bool(const Sink &)> &produce)
 {
+    // The system would stop at a NUL and replace another, shorter path.
+    if (path.find('\0') != std::string::npos)
+        return failure("cannot create", path.substr(0, path.find('\0')) + "\\0...", EINVAL);
     std::string temporary;
     const int descriptor = createSibling(path, temporary);
     if (descriptor < 0)

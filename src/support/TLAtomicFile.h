@@ -12,7 +12,8 @@ public:
     // Replaces (or creates) the file at `path` with `contents`. Either the
     // whole new contents are in place afterwards or the old file is
     // untouched. Returns an empty string on success, else a readable reason
-    // such as "cannot create /a/b: Permission denied".
+    // such as "cannot create /a/b: Permission denied" (a path holding a NUL
+    // is refused as "Invalid argument").
     [[nodiscard]] static std::string writeContents(const std::string &path,
                                                    std::string_view contents);
 
