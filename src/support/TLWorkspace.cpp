@@ -95,7 +95,10 @@ void TLWorkspace::setShared(std::shared_ptr<TLWorkspace> workspace)
     sharedWorkspace = std::move(workspace);
 }
 
+// macOS has its own definition beside its workspace.
+#ifndef __APPLE__
 std::shared_ptr<TLWorkspace> TLWorkspace::desktop()
 {
     return std::make_shared<LinuxWorkspace>();
 }
+#endif

@@ -8,8 +8,8 @@
 #include <sys/types.h>
 #include <vector>
 
-// The workspace door. The desktop build installs the platform's own; the
-// default is the Linux one (see desktop()), and tests install a fake.
+// The workspace door. The default is the system's own (see desktop()); tests
+// install a fake.
 // Implementations never throw; failures are false, nullopt or empty lists.
 class TLWorkspace
 {
@@ -51,9 +51,12 @@ public:
     // Installs `workspace`; null puts desktop() back.
     static void setShared(std::shared_ptr<TLWorkspace> workspace);
 
-    // The Linux workspace: files and addresses open through "xdg-open"
-    // found on PATH (false when it is missing or fails), applications are
-    // program files started directly, and no editing application is ever
-    // found running.
+    // The system's workspace. On Linux: files and addresses open through
+    // "xdg-open" found on PATH (false when it is missing or fails),
+    // applications are program files started directly, and no editing
+    // application is ever found running. On macOS: Launch Services opens
+    // files, addresses and application bundles, running applications are
+    // the processes whose program lies in a bundle of that identifier, and
+    // an application given arguments is started from its program file.
     static std::shared_ptr<TLWorkspace> desktop();
 };
