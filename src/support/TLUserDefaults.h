@@ -69,15 +69,16 @@ public:
     std::optional<std::int64_t> integerForKey(std::string_view key) const;
     // A string; nullopt when absent or of another type.
     std::optional<std::string> stringForKey(std::string_view key) const;
-    // A date, to the microsecond; nullopt when absent or of another type
-    // (registered defaults hold no dates).
+    // A date (the XML form keeps whole seconds); nullopt when absent or of
+    // another type (registered defaults hold no dates).
     std::optional<std::chrono::system_clock::time_point> dateForKey(std::string_view key) const;
 
     // Each set re-reads the file, changes the one key and writes the file back
     // atomically as an XML property list, creating the preferences folder
     // when missing. False (file untouched) when it cannot be written, when
     // the key or a string value holds a NUL, or when a damaged file cannot be
-    // moved aside. A date must lie within about 68 years of 2001.
+    // moved aside. A date is stored in whole seconds (the fraction dropped)
+    // and must lie within about 68 years of 2001.
     bool setBool(std::string_view key, bool value);
     bool setInteger(std::string_view key, std::int64_t value);
     bool setString(std::string_view key, const std::string &value);
