@@ -153,6 +153,16 @@ TEST(TLAppleEventsTest, SendsEscapedXMLForImportWithItsTimeOut)
     EXPECT_FALSE(hostless.sendXMLToFCP("<xmeml/>", project));
     EXPECT_EQ(console, std::vector<std::string>{"Error sending AppleEvent: -600"});
     EXPECT_EQ(hostless.getProjectXML(project, true), std::nullopt);
+
+#ifndef __APPLE__
+    // Without a transport the system's own is used, here the hostless one.
+    console.clear();
+    const TLAppleEvents standard(nullptr, [&](const std::string &line) { console.push_back(line); });
+    EXPECT_FALSE(standard.sendXMLToFCP("<xmeml/>", project));
+    EXPECT_EQ(console, std::vector<std::string>{"Error sending AppleEvent: -600"});
+    EXPECT_FALSE(standard.isFCPRunning());
+    EXPECT_EQ(standard.maximumXMEMLVersion(), 5) << "no Final Cut Pro installed reads as version 7.0";
+#endif
 }
 
 TEST(TLAppleEventsTest, FetchesProjectXMLAndClosesOnlyWhatItOpened)
