@@ -114,6 +114,10 @@ TEST(TLTaskExTest, TimeOutTerminatesAProgramThatRunsTooLong)
     EXPECT_EQ(code, SIGTERM);
     EXPECT_NE(log.find("Task " + shell + " timed out. Terminating..."), std::string::npos);
 
+    // Only whole seconds count: 1.9 wakes after one second, before this
+    // program would have ended by itself.
+    EXPECT_EQ(TLTaskEx::terminationCodeFromTask(shell, {"-c", "sleep 1.6"}, 1.9), SIGTERM);
+
     // A program that ends in time is left alone and keeps its result.
     EXPECT_EQ(TLTaskEx::stringFromTask(shell, {"-c", "echo quick"}, 1.9), "quick\n");
     EXPECT_TRUE(TLTaskEx::runTask(shell, {"-c", "exit 0"}, 1.0));
