@@ -63,6 +63,21 @@ TEST(TLUserDefaultsTest, ReadsStoredValuesWithConversions)
     EXPECT_EQ(defaults.boolForKey("absent"), std::nullopt);
 }
 
+TEST(TLUserDefaultsTest, BinaryFileIsReadAndRewrittenAsXML)
+{
+    test::TemporaryFolder folder;
+    const auto path = folder.file("prefs.plist");
+    auto list = TLPropertyList::newDictionary();
+    ASSERT_TRUE(list.setStringForKey("kept", "value"));
+    ASSERT_EQ(list.writeToFile(path, TLPropertyList::Format::binary), "");
+    TLUserDefaults defaults(path);
+    EXPECT_EQ(defaults.stringForKey("kept"), "value");
+    ASSERT_TRUE(defaults.setBool("added", true));
+    EXPECT_EQ(test::readFile(path).rfind("<?xml", 0), 0u);
+    EXPECT_EQ(defaults.stringForKey("kept"), "value");
+    EXPECT_FALSE(std::filesystem::exists(path + ".damaged"));
+}
+
 TEST(TLUserDefaultsTest, RegisteredDefaultsAnswerOnlyForMissingKeysAndAreNotWritten)
 {
     test::TemporaryFolder folder;
