@@ -119,6 +119,8 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
     auto *removeButton = new QPushButton(QStringLiteral("\u2212"), this);
     removeButton->setObjectName(QStringLiteral("smartBinRemoveButton"));
     removeButton->setToolTip(tr("Remove the selected filters"));
+    for (auto *button : {addButton, removeButton})
+        button->setFixedWidth(button->sizeHint().height() + 8);
     m_spinner = new QProgressBar(this);
     m_spinner->setObjectName(QStringLiteral("smartBinSpinner"));
     m_spinner->setRange(0, 0);
@@ -157,7 +159,11 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
         if (item->column() == textColumnIndex)
             m_document.setSmartBinObjectValue(item->text().toStdString(), textColumn, std::size_t(item->row()));
     });
-    connect(addButton, &QPushButton::clicked, this, [this] { m_document.smartBinAddItem(); });
+    connect(addButton, &QPushButton::clicked, this, [this] {
+        // A text still being typed belongs to its row before the rows change.
+        endEditing();
+        m_document.smartBinAddItem();
+    });
     connect(removeButton, &QPushButton::clicked, this, &SmartBinSheet::removeSelectedRows);
     connect(cancelButton, &QPushButton::clicked, this, &SmartBinSheet::reject);
     connect(createButton, &QPushButton::clicked, this, [this] {
@@ -183,9 +189,9 @@ void SmartBinSheet::dismiss()
 
 void SmartBinSheet::reloadTable()
 {
-    // Rows are rebuilt from the document, which already holds every
-    // finished edit; an editor left open would write into a row that may no
-    // longer be the one it was opened on, so it is dropped.
+    // Rows are rebuilt from the document, which the sheet's own buttons have
+    // already handed any open edit to; an editor still open would write into
+    // a row that may no longer be the one it was opened on, so it is dropped.
     static_cast<FilterTextDelegate *>(m_textDelegate)->finishEditing(false);
     const QSignalBlocker blocker(m_table);
     const auto rows = m_document.smartBinFilterArray().size();
@@ -227,6 +233,7 @@ QComboBox *SmartBinSheet::makePopUp(const QStringList &labels, int row, const ch
 
 void SmartBinSheet::removeSelectedRows()
 {
+    endEditing();
     std::set<std::size_t> rows;
     for (const auto &index : m_table->selectionModel()->selectedRows())
         rows.insert(std::size_t(index.row()));

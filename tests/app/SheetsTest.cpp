@@ -75,6 +75,15 @@ QStringList topLevelTexts(const QTreeWidget &outline)
     return texts;
 }
 
+// The editor of the cell being edited; closed ones linger until deleted.
+QLineEdit *openEditor(const QTableWidget &table)
+{
+    for (auto *editor : table.viewport()->findChildren<QLineEdit *>())
+        if (editor->isVisible())
+            return editor;
+    return nullptr;
+}
+
 template <typename Widget>
 Widget *child(QDialog *sheet, const char *name)
 {
@@ -216,11 +225,19 @@ private slots:
         QVERIFY(m_document->smartBinObjectValue("filterType", 0) == MyDocument::TableValue(std::int64_t(0)));
 
         // The new row's text is being edited; Create takes it unfinished.
-        auto *editor = table->viewport()->findChild<QLineEdit *>();
+        auto *editor = openEditor(*table);
         QVERIFY(editor);
         QCOMPARE(editor->text(), QStringLiteral("Unknown"));
         editor->selectAll();
         QTest::keyClicks(editor, "A002");
+        // A new row keeps what was typed into the one before.
+        QTest::mouseClick(child<QPushButton>(sheet, "smartBinAddButton"), Qt::LeftButton);
+        QCOMPARE(table->rowCount(), 2);
+        QCOMPARE(table->item(0, 2)->text(), QStringLiteral("A002"));
+        editor = openEditor(*table);
+        QVERIFY(editor);
+        editor->selectAll();
+        QTest::keyClicks(editor, "C00");
         auto *name = child<QLineEdit>(sheet, "smartBinNameTextField");
         name->setText(QStringLiteral("Second roll"));
         QTest::mouseClick(child<QPushButton>(sheet, "smartBinCreateButton"), Qt::LeftButton);
@@ -232,10 +249,12 @@ private slots:
         QVERIFY(bin);
         QCOMPARE(bin->binName(), std::string("Second roll"));
         QCOMPARE(bin->matchType(), std::int64_t(2));
+        QCOMPARE(bin->filterArray()->size(), std::size_t(2));
         QCOMPARE(bin->filterArray()->at(0)->filterString(), std::string("A002"));
+        QCOMPARE(bin->filterArray()->at(1)->filterString(), std::string("C00"));
         QVERIFY(!bin->children()->empty());
         for (const auto &clip : *bin->children())
-            QVERIFY(clip->displayName().find("A002") != std::string::npos);
+            QVERIFY(clip->displayName().find("A002_C00") != std::string::npos);
     }
 
     void smartBinSheetRemovesRowsAndRefusesToBuildFromNone()
