@@ -1,0 +1,244 @@
+#include "AppTestMain.h"
+
+#include "BinOutlineModel.h"
+#include "DocumentSheets.h"
+#include "DocumentWindow.h"
+#include "QtMainThread.h"
+#include "RecordingAlertPresenter.h"
+#include "TLAlert.h"
+#include "TLMainThread.h"
+
+#include <QAbstractItemModelTester>
+#include <QAction>
+#include <QDialog>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTreeView>
+
+#include <memory>
+
+namespace {
+
+// The rows of the bin outline, top level, by name.
+QStringList topLevelNames(DocumentWindow &window)
+{
+    QStringList names;
+    BinOutlineModel *model = window.outlineModel();
+    for (int row = 0; row < model->rowCount(); ++row)
+        names << model->index(row, 0).data().toString();
+    return names;
+}
+
+void clickRow(DocumentWindow &window, int row, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+{
+    QTreeView *outline = window.outlineView();
+    const QRect rect = outline->visualRect(window.outlineModel()->index(row, 0));
+    QTest::mouseClick(outline->viewport(), Qt::LeftButton, modifiers, rect.center());
+}
+
+template <typename Widget>
+Widget *sheetChild(QDialog *sheet, const char *name)
+{
+    return sheet ? sheet->findChild<Widget *>(QString::fromLatin1(name)) : nullptr;
+}
+
+} // namespace
+
+class DocumentWindowTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::shared_ptr<test::RecordingAlertPresenter> m_presenter;
+    std::shared_ptr<QtMainThread> m_mainThread;
+    std::unique_ptr<test::TemporaryFolder> m_folder;
+    QString m_projectPath;
+
+    // A window showing a fresh copy of the sample project.
+    std::unique_ptr<DocumentWindow> openSample()
+    {
+        auto window = std::make_unique<DocumentWindow>();
+        if (!window->openProject(m_projectPath))
+            return nullptr;
+        window->show();
+        window->activateWindow();
+        if (!QTest::qWaitForWindowActive(window.get()))
+            return nullptr;
+        return window;
+    }
+
+    void addRange(DocumentWindow &window, const QString &expression)
+    {
+        window.binRangeAction()->trigger();
+        QDialog *sheet = window.sheets().rangeSheet();
+        QVERIFY(sheet && sheet->isVisible());
+        auto *field = sheetChild<QLineEdit>(sheet, "rangeTextField");
+        QVERIFY(field);
+        field->selectAll();
+        QTest::keyClicks(field, expression);
+        QTest::mouseClick(sheetChild<QPushButton>(sheet, "rangeCreateButton"), Qt::LeftButton);
+        QTRY_VERIFY(!sheet->isVisible());
+    }
+
+private slots:
+    void initTestCase()
+    {
+        m_mainThread = std::make_shared<QtMainThread>();
+        TLMainThread::setShared(m_mainThread);
+        m_presenter = std::make_shared<test::RecordingAlertPresenter>();
+        TLAlert::setPresenter(m_presenter);
+    }
+
+    void cleanupTestCase()
+    {
+        TLAlert::setPresenter(nullptr);
+        TLMainThread::setShared(nullptr);
+    }
+
+    void init()
+    {
+        m_folder = std::make_unique<test::TemporaryFolder>();
+        const std::string path = m_folder->file("Harbour.xml");
+        test::writeFile(path, test::readFile(CORVALE_EXAMPLES_DIR "/sample-project.xml"));
+        m_projectPath = QString::fromStdString(path);
+        m_presenter->returnCode = 1;
+    }
+
+    void cleanup() { m_folder.reset(); }
+
+    void opensProjectIntoTitledWindow()
+    {
+        DocumentWindow window;
+        QVERIFY(!window.openProject(m_projectPath + QStringLiteral(".missing")));
+        QVERIFY(window.projectPath().isEmpty());
+
+        QVERIFY(window.openProject(m_projectPath));
+        QCOMPARE(window.projectPath(), m_projectPath);
+        QVERIFY(window.windowTitle().startsWith(QStringLiteral("Harbour.xml")));
+        QCOMPARE(window.outlineModel()->rowCount(), 0);
+        // An xmeml file is saved, never sent: the send item is not shown.
+        QVERIFY(!window.sendAction()->isVisible());
+    }
+
+    void addsEachKindOfBinThroughTheWindow()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        QAbstractItemModelTester tester(window->outlineModel(), QAbstractItemModelTester::FailureReportingMode::QtTest);
+
+        window->emptyBinAction()->trigger();
+        QCOMPARE(topLevelNames(*window), QStringList{QStringLiteral("Untitled Bin")});
+        QModelIndex firstRow = window->outlineModel()->index(0, 0);
+        auto *editor = qobject_cast<QLineEdit *>(window->outlineView()->indexWidget(firstRow));
+        QVERIFY(editor);
+        QVERIFY(editor->geometry().left() >= window->outlineView()->visualRect(firstRow).left() + 23);
+        editor->selectAll();
+        QTest::keyClicks(editor, QStringLiteral("Spots"));
+        QTest::keyClick(editor, Qt::Key_Return);
+        QTRY_COMPARE(window->document().dataArray()->front()->binName(), std::string("Spots"));
+
+        window->outlineView()->clearSelection();
+        addRange(*window, QStringLiteral("Reel [1-3]"));
+        QCOMPARE(topLevelNames(*window),
+                 (QStringList{"Spots", "Reel 1", "Reel 2", "Reel 3"}));
+
+        window->outlineView()->clearSelection();
+        window->smartBinAction()->trigger();
+        QDialog *smartBinSheet = window->sheets().smartBinSheet();
+        QVERIFY(smartBinSheet && smartBinSheet->isVisible());
+        QTest::mouseClick(sheetChild<QPushButton>(smartBinSheet, "smartBinCreateButton"), Qt::LeftButton);
+        QTRY_VERIFY(!smartBinSheet->isVisible());
+        QCOMPARE(window->outlineModel()->rowCount(), 5);
+
+        window->outlineView()->clearSelection();
+        window->smartRangeAction()->trigger();
+        QDialog *smartRangeSheet = window->sheets().smartRangeSheet();
+        QVERIFY(smartRangeSheet && smartRangeSheet->isVisible());
+        QTRY_VERIFY(!window->document().isUpdatingPreview());
+        const auto previewed = int(window->document().smartRangePreview().size());
+        QVERIFY(previewed > 0);
+        QTest::mouseClick(sheetChild<QPushButton>(smartRangeSheet, "smartRangeCreateBtn"), Qt::LeftButton);
+        QTRY_VERIFY(!smartRangeSheet->isVisible());
+        QCOMPARE(window->outlineModel()->rowCount(), 5 + previewed);
+        QTRY_VERIFY(window->isWindowModified());
+    }
+
+    void selectingOneRangeItemSelectsItsSeriesAndRefusesBins()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        addRange(*window, QStringLiteral("Reel [1-3]"));
+        QSignalSpy notifications(window.get(), &DocumentWindow::notificationPosted);
+
+        clickRow(*window, 1);
+        QCOMPARE(window->selectedNodes().size(), std::size_t(3));
+        QCOMPARE(notifications.last().at(0).toString(), QStringLiteral("disableAddButtons"));
+
+        const auto before = m_presenter->alerts().size();
+        window->emptyBinAction()->trigger();
+        const auto alerts = m_presenter->alerts();
+        QCOMPARE(alerts.size(), before + 1);
+        QCOMPARE(alerts.back().message, std::string("Bins can only be added to regular bins"));
+        QCOMPARE(alerts.back().parentWindow, static_cast<void *>(static_cast<QWidget *>(window.get())));
+        QCOMPARE(window->outlineModel()->rowCount(), 3);
+
+        // Double-clicking a member re-opens its series in the range sheet.
+        const QRect rect = window->outlineView()->visualRect(window->outlineModel()->index(2, 0));
+        // The platform's order of events: press, release, double-click, release.
+        QWidget *viewport = window->outlineView()->viewport();
+        QTest::mouseClick(viewport, Qt::LeftButton, Qt::NoModifier, rect.center());
+        QTest::mouseDClick(viewport, Qt::LeftButton, Qt::NoModifier, rect.center());
+        QTest::mouseRelease(viewport, Qt::LeftButton, Qt::NoModifier, rect.center());
+        QDialog *sheet = window->sheets().rangeSheet();
+        QTRY_VERIFY(sheet->isVisible());
+        QCOMPARE(sheetChild<QLineEdit>(sheet, "rangeTextField")->text(), QStringLiteral("Reel [1-3]"));
+        sheet->reject();
+    }
+
+    void deleteKeyRemovesSelectedBinsAndSaveWritesTheRest()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        addRange(*window, QStringLiteral("Keep [1-2]"));
+        window->outlineView()->clearSelection();
+        addRange(*window, QStringLiteral("Gone [1-1]"));
+        QVERIFY(!window->isWindowModified());
+
+        clickRow(*window, 2);
+        window->outlineView()->setFocus();
+        QTest::keyClick(window->outlineView(), Qt::Key_Delete);
+        QCOMPARE(topLevelNames(*window), (QStringList{"Keep 1", "Keep 2"}));
+        QTRY_VERIFY(window->isWindowModified());
+
+        window->saveDocument();
+        QTRY_VERIFY(!window->document().isSaving());
+        QTRY_VERIFY(!window->isWindowModified());
+        const std::string saved = test::readFile(m_projectPath.toStdString());
+        QVERIFY(saved.find("<name>Keep 2</name>") != std::string::npos);
+        QVERIFY(saved.find("Gone 1") == std::string::npos);
+    }
+
+    void closingWithUnsavedChangesAsksFirst()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        addRange(*window, QStringLiteral("A [1-2]"));
+        clickRow(*window, 0);
+        QTest::keyClick(window->outlineView(), Qt::Key_Delete);
+        QVERIFY(window->document().isDocumentEdited());
+
+        m_presenter->returnCode = 0; // Cancel
+        QVERIFY(!window->close());
+        QVERIFY(window->isVisible());
+        QVERIFY(m_presenter->alerts().back().message.starts_with("Do you want to save the changes"));
+        QVERIFY(!window->document().isQuitting());
+
+        m_presenter->returnCode = -1; // Don't Save
+        QVERIFY(window->close());
+        QVERIFY(test::readFile(m_projectPath.toStdString()).find("<name>A 2</name>") == std::string::npos);
+    }
+};
+
+CORVALE_QTEST_MAIN(DocumentWindowTest)
+#include "DocumentWindowTest.moc"
