@@ -8,6 +8,7 @@
 #include <QDialogButtonBox>
 #include <QFileIconProvider>
 #include <QFileInfo>
+#include <QHash>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -52,27 +53,46 @@ constexpr Criterion offeredCriteria[] = {
     {18, QT_TRANSLATE_NOOP("SmartRangeSheet", "Audio Bit Depth")},
 };
 
-// The icon a row asks for: one of ours, the file's own, or its type's.
-QIcon iconFor(const MyDocument::OutlineIcon &icon)
+// The icons a preview asks for: ours by name, a file's own, or its type's.
+// One preview may list thousands of clips of a handful of types, so the
+// type icons are looked up once each.
+class PreviewIcons
 {
-    using Source = MyDocument::OutlineIcon::Source;
-    const QString name = QString::fromStdString(icon.name);
-    if (icon.source == Source::imageNamed)
-        return AppIcons::named(icon.name);
-    QFileIconProvider provider;
-    if (icon.source == Source::fileIcon && QFileInfo::exists(name))
-        return provider.icon(QFileInfo(name));
-    const QString extension = icon.source == Source::fileIcon ? QFileInfo(name).suffix() : name;
-    const QMimeType type =
-        QMimeDatabase().mimeTypeForFile(QStringLiteral("file.") + extension, QMimeDatabase::MatchExtension);
-    return QIcon::fromTheme(type.iconName(),
-                            QIcon::fromTheme(type.genericIconName(), provider.icon(QFileIconProvider::File)));
-}
+public:
+    QIcon iconFor(const MyDocument::OutlineIcon &icon)
+    {
+        using Source = MyDocument::OutlineIcon::Source;
+        const QString name = QString::fromStdString(icon.name);
+        if (icon.source == Source::imageNamed)
+            return AppIcons::named(icon.name);
+        if (icon.source == Source::fileIcon && QFileInfo::exists(name))
+            return m_provider.icon(QFileInfo(name));
+        return typeIcon(icon.source == Source::fileIcon ? QFileInfo(name).suffix() : name);
+    }
+
+private:
+    QIcon typeIcon(const QString &extension)
+    {
+        const auto known = m_typeIcons.constFind(extension);
+        if (known != m_typeIcons.constEnd())
+            return *known;
+        const QMimeType type =
+            m_types.mimeTypeForFile(QStringLiteral("file.") + extension, QMimeDatabase::MatchExtension);
+        const QIcon icon = QIcon::fromTheme(
+            type.iconName(), QIcon::fromTheme(type.genericIconName(), m_provider.icon(QFileIconProvider::File)));
+        m_typeIcons.insert(extension, icon);
+        return icon;
+    }
+
+    QFileIconProvider m_provider;
+    QMimeDatabase m_types;
+    QHash<QString, QIcon> m_typeIcons;
+};
 
 // Adds the preview's children of `node` (the root for null) under `parent`,
 // or at the top level without one.
 void addChildren(QTreeWidget &outline, QTreeWidgetItem *parent, const MyDocument &document,
-                 const TLBinNodePtr &node)
+                 const TLBinNodePtr &node, PreviewIcons &icons)
 {
     const std::size_t count = document.numberOfChildrenOfItem(node, Outline::smartRangePreview);
     for (std::size_t index = 0; index < count; ++index) {
@@ -81,12 +101,12 @@ void addChildren(QTreeWidget &outline, QTreeWidgetItem *parent, const MyDocument
             continue;
         auto *item = new QTreeWidgetItem;
         item->setText(0, QString::fromStdString(MyDocument::objectValueForItem(child)));
-        item->setIcon(0, iconFor(MyDocument::iconForItem(child)));
+        item->setIcon(0, icons.iconFor(MyDocument::iconForItem(child)));
         if (parent)
             parent->addChild(item);
         else
             outline.addTopLevelItem(item);
-        addChildren(outline, item, document, child);
+        addChildren(outline, item, document, child, icons);
     }
 }
 
@@ -162,7 +182,8 @@ void SmartRangeSheet::dismiss()
 void SmartRangeSheet::reloadPreview()
 {
     m_previewOutline->clear();
-    addChildren(*m_previewOutline, nullptr, m_document, nullptr);
+    PreviewIcons icons;
+    addChildren(*m_previewOutline, nullptr, m_document, nullptr, icons);
 }
 
 void SmartRangeSheet::startSpinner()
