@@ -253,7 +253,8 @@ void DocumentWindow::retireDocument(std::unique_ptr<MyDocument> document)
 {
     if (!document)
         return;
-    if (!m_mainThread || !m_mainThread->isMainThread()) {
+    // A document that never opened a project has no workers to wait for.
+    if (document->fileURL().empty() || !m_mainThread || !m_mainThread->isMainThread()) {
         document.reset();
         return;
     }
@@ -278,10 +279,9 @@ void DocumentWindow::retireDocument(std::unique_ptr<MyDocument> document)
 bool DocumentWindow::openProject(const QString &path)
 {
     std::unique_ptr<MyDocument> document = makeDocument();
-    if (!document->readFromURL(path.toStdString())) {
-        retireDocument(std::move(document));
+    // A document that failed to open started no work: it can simply go.
+    if (!document->readFromURL(path.toStdString()))
         return false;
-    }
     installDocument(std::move(document));
     m_outlineView->expandToDepth(0);
     return true;
@@ -551,7 +551,8 @@ void DocumentWindow::revertDocumentToSaved()
         return;
     std::unique_ptr<MyDocument> document = makeDocument();
     if (!document->readFromURL(path.toStdString())) {
-        retireDocument(std::move(document));
+        TLAlert::alertSheetWithMessageText("Unable to revert", "The project file could not be read again.",
+                                           m_view->windowHandle());
         return;
     }
     installDocument(std::move(document));

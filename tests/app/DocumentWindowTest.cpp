@@ -7,6 +7,7 @@
 #include "RecordingAlertPresenter.h"
 #include "TLAlert.h"
 #include "TLMainThread.h"
+#include "TLRegularBin.h"
 
 #include <QAbstractItemModelTester>
 #include <QAction>
@@ -217,6 +218,70 @@ private slots:
         const std::string saved = test::readFile(m_projectPath.toStdString());
         QVERIFY(saved.find("<name>Keep 2</name>") != std::string::npos);
         QVERIFY(saved.find("Gone 1") == std::string::npos);
+    }
+
+    void saveAsMovesTheDocumentAndRevertDropsLaterChanges()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        addRange(*window, QStringLiteral("Saved [1-2]"));
+        const QString copy = QString::fromStdString(m_folder->file("Copy.xml"));
+        QVERIFY(window->saveDocumentToPath(copy));
+        QTRY_VERIFY(!window->document().isSaving());
+        QCOMPARE(window->projectPath(), copy);
+        QVERIFY(window->windowTitle().startsWith(QStringLiteral("Copy.xml")));
+        QVERIFY(test::readFile(copy.toStdString()).find("<name>Saved 2</name>") != std::string::npos);
+
+        window->outlineView()->clearSelection();
+        addRange(*window, QStringLiteral("Unsaved [1-1]"));
+        QCOMPARE(window->outlineModel()->rowCount(), 3);
+        window->revertDocumentToSaved();
+        QCOMPARE(m_presenter->alerts().back().description.defaultButtonTitle, std::optional<std::string>("Revert"));
+        QCOMPARE(topLevelNames(*window), (QStringList{"Saved 1", "Saved 2"}));
+        QCOMPARE(window->projectPath(), copy);
+    }
+
+    void outlineModelFollowsNestedEditsKeepingExpansion()
+    {
+        MyDocument document;
+        BinOutlineModel model(document);
+        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QTreeView view;
+        view.setModel(&model);
+
+        const auto named = [](const char *name) {
+            auto bin = TLRegularBin::create();
+            bin->setBinName(name);
+            return bin;
+        };
+        const auto outer = named("Outer");
+        const auto first = named("First");
+        const auto second = named("Second");
+        document.addItem(outer, nullptr, false, false);
+        document.addItem(first, outer, false, false);
+        model.reloadOutline();
+        view.expand(model.indexForNode(outer));
+        QCOMPARE(model.rowCount(model.indexForNode(outer)), 1);
+
+        document.addItem(second, outer, false, false);
+        model.reloadItem(outer, true);
+        QCOMPARE(model.rowCount(model.indexForNode(outer)), 2);
+        QCOMPARE(model.indexForNode(second).row(), 1);
+
+        document.remove({first});
+        model.reloadOutline();
+        QCOMPARE(model.indexForNode(second).row(), 0);
+        QVERIFY(!model.indexForNode(first).isValid());
+        QVERIFY(view.isExpanded(model.indexForNode(outer)));
+
+        QVERIFY(model.setData(model.indexForNode(second), QStringLiteral("Renamed")));
+        QCOMPARE(second->binName(), std::string("Renamed"));
+        QCOMPARE(model.nodeForIndex(model.index(0, 0, model.indexForNode(outer))), TLBinNodePtr(second));
+
+        document.remove({outer});
+        model.reloadOutline();
+        QCOMPARE(model.rowCount(), 0);
+        QVERIFY(!model.nodeForIndex({}));
     }
 
     void closingWithUnsavedChangesAsksFirst()
