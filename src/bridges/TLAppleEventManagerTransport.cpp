@@ -16,8 +16,8 @@
 
 // Final Cut Pro 7's suite names project files by FSRef, whose calls the
 // system marks deprecated; there is no other way to make one.
-#pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace {
 
@@ -200,7 +200,7 @@ private:
 
 } // namespace
 
-#pragma clang diagnostic pop
+#pragma GCC diagnostic pop
 
 std::shared_ptr<TLAppleEventTransport> TLAppleEventTransport::platform()
 {
