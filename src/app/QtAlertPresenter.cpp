@@ -107,7 +107,8 @@ QtAlertPresenter::~QtAlertPresenter()
 bool QtAlertPresenter::beginAlert(AlertId alert, const TLAlertDescription &description,
                                   void *parentWindow, std::function<void(int)> didEnd)
 {
-    if (!qobject_cast<QApplication *>(QCoreApplication::instance()) || !isMainThreadWithApplication())
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance()) ||
+        !isMainThreadWithApplication())
         return false;
     QWidget *window = widgetForHandle(parentWindow);
     if (window)
