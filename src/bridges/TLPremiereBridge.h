@@ -29,8 +29,9 @@ public:
     // The bridge the application uses unless told otherwise: Premiere Pro's
     // scripting (TLPremiereEventsBridge). Where Premiere Pro is not
     // installed each request logs "Premiere Pro not found on this
-    // computer." and does nothing else (no script is written, nothing is
-    // run), so no export file ever appears; an export request still takes
-    // its five seconds.
+    // computer." twice (once while enabling scripting, once for the script)
+    // and does nothing else: no script is written and nothing is run, so no
+    // export file ever appears. An export request still takes its five
+    // seconds.
     static std::shared_ptr<TLPremiereBridge> standard();
 };
