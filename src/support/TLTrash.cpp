@@ -64,6 +64,14 @@ bool isEntryFree(const fs::path &path)
     return fs::symlink_status(path, error).type() == fs::file_type::not_found;
 }
 
+// One plain entry name: the record and the item must land inside the
+// Trash's folders, never beside or above them.
+bool isUsableName(const std::string &name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+           name.find('\0') == std::string::npos;
+}
+
 std::string prepareFolders(const fs::path &trash)
 {
     std::error_code error;
@@ -122,6 +130,10 @@ std::optional<TLTrash::Slot> TLTrash::reserveSlot(const std::string &originalPat
         "[Trash Info]\nPath=" + percentEncoded(absolute.string()) + "\nDeletionDate=" + deletionDate() + "\n";
     for (long attempt = 1;; ++attempt) {
         const std::string name = names(attempt);
+        if (!isUsableName(name)) {
+            error = "\"" + name + "\" cannot be a name in the Trash";
+            return std::nullopt;
+        }
         Slot slot{name, (trash / "files" / name).string(), (trash / "info" / (name + ".trashinfo")).string()};
         if (!writeRecordExclusively(slot.infoPath, record, error)) {
             if (!error.empty())

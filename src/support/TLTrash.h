@@ -36,7 +36,9 @@ public:
     // first candidate name whose record and item entry are both free. The
     // record holds the percent-encoded path and the local deletion time.
     // nullopt, with `error` saying why and no record left behind, when the
-    // folders or the record cannot be made, or for an empty `originalPath`.
+    // folders or the record cannot be made, for an empty `originalPath`, and
+    // when a candidate is no plain name (empty, "." or "..", or holding a
+    // "/" or a NUL), which would put the record or the item elsewhere.
     [[nodiscard]] static std::optional<Slot> reserveSlot(const std::string &originalPath,
                                                          const NameRule &names, std::string &error);
 

@@ -260,6 +260,15 @@ TEST(TLAuthorizationTest, TrashingWithRightsWritesARecordUnderACollisionFreeName
             << record;
     }
 
+    // A path ending in ".." names the folder above: it is never moved into
+    // the Trash under that name.
+    runner->commands.clear();
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(rights.authTrashFile(folder.file("sub/..")));
+    const std::string console = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(console.rfind("Unable to trash path " + folder.file("sub/..") + ": ", 0), 0u) << console;
+    EXPECT_TRUE(runner->commands.empty());
+
     // A move that cannot be started takes its record back with it.
     runner->status = 1;
     const auto recordCount = [&] {

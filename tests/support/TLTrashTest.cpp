@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -57,6 +58,11 @@ TEST(TLTrashTest, FailsWithAReasonAndLeavesNothingBehind)
     const auto names = [](long attempt) { return numbered("Refused", attempt); };
     EXPECT_FALSE(TLTrash::reserveSlot("", names, error));
     EXPECT_FALSE(error.empty());
+    for (const std::string &name : std::vector<std::string>{"", ".", "..", "../info", std::string("a\0b", 3)}) {
+        error.clear();
+        EXPECT_FALSE(TLTrash::reserveSlot("/somewhere/x", [&](long) { return name; }, error)) << name;
+        EXPECT_NE(error.find("cannot be a name in the Trash"), std::string::npos) << error;
+    }
 
     if (::geteuid() == 0)
         GTEST_SKIP() << "permissions do not hold back root";
