@@ -151,6 +151,12 @@ private slots:
         QCOMPARE(seen.parent, nullptr);
         QCOMPARE(seen.modality, Qt::ApplicationModal);
 
+        // A refusal about the sheet's own contents goes onto the sheet.
+        answerWhenShown(QStringLiteral("OK"), seen);
+        QCOMPARE(TLAlert::alertSheetWithMessageText("Bad filter", "", sheet), 1);
+        QCOMPARE(seen.parent, sheet);
+        QCOMPARE(seen.modality, Qt::WindowModal);
+
         sheet->close();
         QVERIFY(!m_presenter->windowHasAttachedSheet(window.get()));
         void *gone = window.get();
