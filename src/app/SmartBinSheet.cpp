@@ -7,6 +7,7 @@
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -131,9 +132,9 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
     auto *buttons = new QDialogButtonBox(this);
     auto *cancelButton = buttons->addButton(QDialogButtonBox::Cancel);
     cancelButton->setObjectName(QStringLiteral("smartBinCancelButton"));
-    auto *createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
-    createButton->setObjectName(QStringLiteral("smartBinCreateButton"));
-    createButton->setDefault(true);
+    m_createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
+    m_createButton->setObjectName(QStringLiteral("smartBinCreateButton"));
+    m_createButton->setDefault(true);
 
     auto *nameRow = new QHBoxLayout;
     nameRow->addWidget(new QLabel(tr("Name:"), this));
@@ -166,7 +167,10 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
     });
     connect(removeButton, &QPushButton::clicked, this, &SmartBinSheet::removeSelectedRows);
     connect(cancelButton, &QPushButton::clicked, this, &SmartBinSheet::reject);
-    connect(createButton, &QPushButton::clicked, this, [this] {
+    removeButton->setEnabled(false);
+    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, removeButton,
+            [this, removeButton] { removeButton->setEnabled(m_table->selectionModel()->hasSelection()); });
+    connect(m_createButton, &QPushButton::clicked, this, [this] {
         // The document's worker finishes on the main thread by itself; the
         // future is for callers that can wait.
         static_cast<void>(m_document.createSmartBinClick(m_nameField->text().toStdString(), matchType(),
@@ -256,12 +260,15 @@ void SmartBinSheet::endEditing()
 
 void SmartBinSheet::startSpinner()
 {
+    // One build at a time: a second press would add a second bin.
+    m_createButton->setEnabled(false);
     m_spinner->show();
 }
 
 void SmartBinSheet::stopSpinner()
 {
     m_spinner->hide();
+    m_createButton->setEnabled(true);
 }
 
 std::int64_t SmartBinSheet::matchType() const

@@ -46,6 +46,7 @@ public:
     void editFilterText(std::size_t row);
     // Hands an open cell editor's text to the document and closes it.
     void endEditing();
+    // The spinner runs while a bin is being built; Create waits meanwhile.
     void startSpinner();
     void stopSpinner();
     // The chosen match type: the pop-up's index.
@@ -66,4 +67,5 @@ private:
     QTableWidget *m_table = nullptr;
     QStyledItemDelegate *m_textDelegate = nullptr;
     QProgressBar *m_spinner = nullptr;
+    QPushButton *m_createButton = nullptr;
 };

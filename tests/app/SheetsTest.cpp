@@ -264,8 +264,12 @@ private slots:
         auto *table = child<QTableWidget>(sheet, "smartBinTableView");
         QTest::mouseClick(child<QPushButton>(sheet, "smartBinAddButton"), Qt::LeftButton);
         QCOMPARE(table->rowCount(), 2);
+        auto *remove = child<QPushButton>(sheet, "smartBinRemoveButton");
+        table->clearSelection();
+        QVERIFY(!remove->isEnabled());
         table->selectAll();
-        QTest::mouseClick(child<QPushButton>(sheet, "smartBinRemoveButton"), Qt::LeftButton);
+        QVERIFY(remove->isEnabled());
+        QTest::mouseClick(remove, Qt::LeftButton);
         QCOMPARE(table->rowCount(), 0);
         QVERIFY(m_document->smartBinFilterArray().empty());
 
