@@ -3,6 +3,7 @@
 #include "BinOutlineModel.h"
 
 #include "AppIcons.h"
+#include "TLMediaItem.h"
 
 #include <QFileIconProvider>
 #include <QFileInfo>
@@ -252,8 +253,9 @@ QVariant BinOutlineModel::data(const QModelIndex &index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case Qt::EditRole:
-    case Qt::ToolTipRole:
         return QString::fromStdString(MyDocument::objectValueForItem(node));
+    case Qt::ToolTipRole:
+        return toolTipForNode(node);
     case Qt::DecorationRole:
         return iconForNode(node);
     default:
@@ -281,6 +283,15 @@ Qt::ItemFlags BinOutlineModel::flags(const QModelIndex &index) const
     if (node->kind() != TLBinNodeKind::mediaItem)
         flags |= Qt::ItemIsEditable;
     return flags;
+}
+
+QString BinOutlineModel::toolTipForNode(const TLBinNodePtr &node)
+{
+    // A clip's name alone does not say which file it is.
+    const auto *media = dynamic_cast<const TLMediaItem *>(node.get());
+    if (const auto path = media ? media->filePath() : std::nullopt)
+        return QString::fromStdString(*path);
+    return QString::fromStdString(MyDocument::objectValueForItem(node));
 }
 
 QIcon BinOutlineModel::iconForNode(const TLBinNodePtr &node) const

@@ -56,7 +56,8 @@ public:
     QModelIndex parent(const QModelIndex &child) const override;
     int rowCount(const QModelIndex &parent = {}) const override;
     int columnCount(const QModelIndex &parent = {}) const override;
-    // Display and edit: the row's name; decoration: its icon at 16 by 16.
+    // Display and edit: the row's name; decoration: its icon at 16 by 16;
+    // tool tip: a clip's file, a bin's name.
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
     // An edit of a name goes to the document; false for any other role or
     // an invalid index.
@@ -85,6 +86,7 @@ private:
     void insertRows(const TLBinNode *parent, int row, const TLNodeList &nodes);
     void forgetDescendants(const TLBinNode *node);
     QIcon iconForNode(const TLBinNodePtr &node) const;
+    static QString toolTipForNode(const TLBinNodePtr &node);
 
     MyDocument &m_document;
     MyDocument::Outline m_outline;

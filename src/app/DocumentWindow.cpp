@@ -16,6 +16,7 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QItemSelectionModel>
+#include <QStyle>
 #include <QTimer>
 #include <QToolBar>
 #include <QTreeView>
@@ -283,7 +284,6 @@ bool DocumentWindow::openProject(const QString &path)
     if (!document->readFromURL(path.toStdString()))
         return false;
     installDocument(std::move(document));
-    m_outlineView->expandToDepth(0);
     return true;
 }
 
@@ -348,25 +348,30 @@ void DocumentWindow::createToolbar()
     m_toolbar->setMovable(false);
     m_toolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
 
-    const auto addAction = [this](const char *name, const QIcon &icon, const QString &text, void (DocumentWindow::*slot)()) {
+    const auto addAction = [this](const char *name, const QIcon &icon, const QString &text,
+                                  void (DocumentWindow::*slot)()) {
         QAction *action = m_toolbar->addAction(icon, text);
         action->setObjectName(QString::fromLatin1(name));
         connect(action, &QAction::triggered, this, slot);
         return action;
     };
-    m_emptyBinAction = addAction("btnBin", AppIcons::named("empty-bin-small"), tr("New Bin"), &DocumentWindow::emptyBin);
+    const auto themeIcon = [this](const char *name, QStyle::StandardPixmap fallback) {
+        return QIcon::fromTheme(QString::fromLatin1(name), style()->standardIcon(fallback));
+    };
+    m_emptyBinAction =
+        addAction("btnBin", AppIcons::named("empty-bin-small"), tr("New Bin"), &DocumentWindow::emptyBin);
     m_binRangeAction =
         addAction("btnBinRange", AppIcons::named("bin-range-single"), tr("New Range"), &DocumentWindow::binRange);
     m_smartBinAction =
         addAction("btnSmartBin", AppIcons::named("smart-bin-small"), tr("New Smart Bin"), &DocumentWindow::smartBin);
     m_smartRangeAction = addAction("btnSmartBinRange", AppIcons::named("smart-range-single"), tr("New Smart Range"),
                                    &DocumentWindow::smartRange);
-    m_removeAction = addAction("btnRemove", QIcon::fromTheme(QStringLiteral("list-remove")), tr("Remove"),
+    m_removeAction = addAction("btnRemove", themeIcon("list-remove", QStyle::SP_TrashIcon), tr("Remove"),
                                &DocumentWindow::removeSelection);
     m_removeAction->setShortcuts({QKeySequence(QKeySequence::Delete), QKeySequence(Qt::Key_Backspace)});
     m_removeAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
     m_toolbar->addSeparator();
-    m_sendAction = addAction("toolbarSendFCP", QIcon::fromTheme(QStringLiteral("document-send")),
+    m_sendAction = addAction("toolbarSendFCP", themeIcon("document-send", QStyle::SP_ArrowForward),
                              tr("Send to Final Cut Pro"), &DocumentWindow::sendToHost);
 }
 
@@ -556,7 +561,6 @@ void DocumentWindow::revertDocumentToSaved()
         return;
     }
     installDocument(std::move(document));
-    m_outlineView->expandToDepth(0);
 }
 
 void DocumentWindow::closeEvent(QCloseEvent *event)
