@@ -8,7 +8,6 @@
 #include "QtAlertPresenter.h"
 #include "QtMainThread.h"
 #include "TLAlert.h"
-#include "TLException.h"
 #include "TLLog.h"
 
 #include <QAction>
@@ -31,7 +30,6 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
-#include <exception>
 #include <fstream>
 
 namespace {
@@ -98,16 +96,6 @@ std::string unexplainedOpenFailure(const std::string &path)
     return {};
 }
 
-[[noreturn]] void logTerminatingException()
-{
-    if (const std::exception_ptr exception = std::current_exception())
-        TLException::logException(exception, "terminate");
-    else
-        TLLog::appendLogAndPrint("Terminating without an exception");
-    TLLog::finishWriting();
-    std::abort();
-}
-
 } // namespace
 
 ApplicationShell::ApplicationShell(QObject *parent)
@@ -147,7 +135,7 @@ ApplicationShell::Options ApplicationShell::parseArguments(const QStringList &ar
 
 void ApplicationShell::start(const Options &options)
 {
-    installTerminateHandler();
+    AppController::installTerminateHandler();
     // Windows come and go (the start window stands in when the last document
     // closes), so leaving is always an explicit quit.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -172,13 +160,6 @@ int ApplicationShell::finish()
 {
     m_controller->applicationWillTerminate();
     return !m_screenshotPath.isEmpty() && !m_screenshotTaken ? 1 : 0;
-}
-
-void ApplicationShell::installTerminateHandler()
-{
-    // The log first, so that its own handler is the one replaced here.
-    (void)TLLog::sharedController();
-    std::set_terminate(logTerminatingException);
 }
 
 bool ApplicationShell::requestQuit()

@@ -116,7 +116,6 @@ private:
     void showStartWindow();
     void takeScreenshot(DocumentWindow *window);
     void waitForSaves();
-    static void installTerminateHandler();
 
     std::shared_ptr<QtMainThread> m_mainThread;
     std::unique_ptr<AppController> m_controller;

@@ -3,6 +3,7 @@
 
 #include "TLAlert.h"
 #include "TLCrashwick.h"
+#include "TLException.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
 #include "TLSiteLinks.h"
@@ -10,6 +11,8 @@
 #include "TLUserDefaults.h"
 #include "TLWorkspace.h"
 
+#include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 
@@ -35,6 +38,16 @@ bool isRegularFile(const std::string &path)
 void openURL(const std::string &url)
 {
     (void)TLWorkspace::shared()->openURL(url);
+}
+
+[[noreturn]] void logTerminatingException()
+{
+    if (const std::exception_ptr exception = std::current_exception())
+        TLException::logException(exception, "terminate");
+    else
+        TLLog::appendLogAndPrint("Terminating without an exception");
+    TLLog::finishWriting();
+    std::abort();
 }
 
 } // namespace
@@ -83,6 +96,13 @@ bool AppController::applicationOpenFile(const std::string &path)
     if (!failure->empty())
         TLAlert::alertSheetWithMessageText(openFailureTitle, path + "\n" + *failure, nullptr);
     return false;
+}
+
+void AppController::installTerminateHandler()
+{
+    // The log first: making it installs its own handler, replaced here.
+    (void)TLLog::sharedController();
+    std::set_terminate(logTerminatingException);
 }
 
 void AppController::checkForUpdatesAtStartup()

@@ -121,6 +121,12 @@ public:
     // drains the log (or drops a long backlog).
     void applicationWillTerminate();
 
+    // Makes the process log an exception that escapes to the top of any
+    // thread ("Exception in terminate. <name> - <reason>." through
+    // TLException), drain the log and abort. Installed after the log's own
+    // handler, which it replaces.
+    static void installTerminateHandler();
+
     // ---- Menu actions ----
 
     // The open panel with "Browse for a Final Cut Pro project or XML file:"

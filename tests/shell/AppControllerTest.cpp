@@ -11,6 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <stdexcept>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -256,4 +259,19 @@ TEST_F(AppControllerTest, CleanExitIsStampedAfterTheLaunch)
     const auto exit = TLUserDefaults::standard()->dateForKey("exit");
     ASSERT_TRUE(exit.has_value());
     EXPECT_GE(*exit, *launch);
+}
+
+TEST(AppControllerDeathTest, AnEscapingExceptionIsLoggedWithItsType)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            // The console copy of the line goes to standard output; the check
+            // reads standard error.
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            AppController::installTerminateHandler();
+            TLLog::sharedController().setNoPrinting(false);
+            std::thread([] { throw std::out_of_range("no such bin"); }).join();
+        },
+        "Exception in terminate\\. std::out_of_range - no such bin\\.");
 }
