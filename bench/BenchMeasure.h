@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -51,6 +52,40 @@ inline double ownPeakBytes()
 inline const char *verdict(bool met)
 {
     return met ? "met" : "NOT met";
+}
+
+// printf into a string, for the cells of the summary.
+__attribute__((format(printf, 1, 2))) inline std::string format(const char *pattern, ...)
+{
+    char text[512];
+    va_list values;
+    va_start(values, pattern);
+    std::vsnprintf(text, sizeof text, pattern, values);
+    va_end(values);
+    return text;
+}
+
+// One row of the table bench/run prints at the end of a run: appended,
+// tab-separated, to the file named by CORVALE_BENCH_SUMMARY. Does nothing
+// when the variable is unset (a benchmark run on its own).
+struct SummaryRow
+{
+    std::string benchmark;
+    std::string figure;
+    std::string measured;
+    std::string reference; // measured in the same run
+    std::string target;
+    std::string result;    // "met ...", "NOT met ..." or "-" (no target)
+};
+
+inline void addToSummary(const SummaryRow &row)
+{
+    const char *path = std::getenv("CORVALE_BENCH_SUMMARY");
+    if (!path || !*path)
+        return;
+    std::ofstream summary(path, std::ios::app);
+    summary << row.benchmark << '\t' << row.figure << '\t' << row.measured << '\t' << row.reference << '\t'
+            << row.target << '\t' << row.result << '\n';
 }
 
 // Reads the file once without keeping it, so that no contender pays for the

@@ -135,6 +135,26 @@ void printTargets(double fileBytes, const LoadRun &load, const ChildRun &referen
                 verdict(load.peakBytes() < limit), load.peakBytes() / fileBytes);
 }
 
+void addTargetsToSummary(double fileBytes, const LoadRun &load, const ChildRun &reference)
+{
+    using bench::format;
+    const std::string timeResult =
+        reference.succeeded ? format("%s (%.2f x)", verdict(load.totalSeconds() <= MaximumTimeRatio * reference.seconds),
+                                     load.totalSeconds() / reference.seconds)
+                            : std::string("NOT met (no reference)");
+    bench::addToSummary({"load", "time: parse, clips and table", format("%.3f s", load.totalSeconds()),
+                         reference.succeeded ? format("xmllint --noout %.3f s", reference.seconds)
+                                             : "xmllint --noout: " + reference.failure,
+                         format("at most %.2f x reference", MaximumTimeRatio), timeResult});
+    const std::string xmllintPeak =
+        reference.succeeded ? format("; xmllint --noout %.0f MiB", reference.peakBytes() / Mebibyte) : std::string();
+    bench::addToSummary({"load", "peak memory", format("%.0f MiB", load.peakBytes() / Mebibyte),
+                         format("file %.0f MiB", fileBytes / Mebibyte) + xmllintPeak,
+                         format("under %.1f x file", MaximumMemoryRatio),
+                         format("%s (%.2f x)", verdict(load.peakBytes() < MaximumMemoryRatio * fileBytes),
+                                load.peakBytes() / fileBytes)});
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -161,6 +181,7 @@ int main(int argc, char **argv)
     std::printf("Load benchmark: %s (%.1f MiB)\n\n", options.path.c_str(), fileBytes / Mebibyte);
     printMeasurements(*load, reference);
     printTargets(fileBytes, *load, reference);
+    addTargetsToSummary(fileBytes, *load, reference);
     if (options.expectedClips && static_cast<long>(load->clipCount) != *options.expectedClips) {
         std::fprintf(stderr, "load_benchmark: expected %ld clips, the load found %zu\n",
                      *options.expectedClips, load->clipCount);

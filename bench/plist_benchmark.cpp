@@ -187,6 +187,41 @@ void printFigures(const Figures &figures)
                 figures.write, figures.libplistRead, figures.checkedRead, figures.unarchive);
 }
 
+// Storing and restoring a settings file: building the archive and writing
+// it, then the checked parse and the unarchiving.
+double saveSeconds(const Figures &figures)
+{
+    return figures.archive + figures.write;
+}
+
+double restoreSeconds(const Figures &figures)
+{
+    return figures.checkedRead + figures.unarchive;
+}
+
+// One summary row: the full size against libplist's own writer, and how
+// the time grows from a quarter of the items to all of them (linear growth
+// makes it 4; 6 leaves room for the noise of short runs).
+void addToSummary(const Figures &quarter, const Figures &full)
+{
+    using bench::format;
+    constexpr double MaximumGrowth = 6.0;
+    const std::string label = format("bin archive of %zu media items", full.items);
+    const std::string reference =
+        full.libplistWrite ? format("libplist's writer %.3f s", *full.libplistWrite) : std::string("libplist's writer not run");
+    const std::string target = format("grows linearly: all items at most %.0f x a quarter", MaximumGrowth);
+    if (!quarter.failure.empty() || !full.failure.empty()) {
+        const std::string failure = full.failure.empty() ? quarter.failure : full.failure;
+        bench::addToSummary({"plist", label, "failed: " + failure, reference, target, "NOT met"});
+        return;
+    }
+    const double growth = (saveSeconds(full) + restoreSeconds(full)) / (saveSeconds(quarter) + restoreSeconds(quarter));
+    bench::addToSummary({"plist", label,
+                         format("save %.3f s, restore %.3f s, %.1f MiB", saveSeconds(full), restoreSeconds(full),
+                                static_cast<double>(full.bytes) / Mebibyte),
+                         reference, target, format("%s (%.1f x)", bench::verdict(growth <= MaximumGrowth), growth)});
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -203,11 +238,13 @@ int main(int argc, char **argv)
     std::printf("  %8s %9s %11s %9s %9s %9s %9s %9s %9s\n", "", "", "", "", "write", "", "(libplist)",
                 "parse", "");
     bool failed = false;
+    std::vector<Figures> all;
     for (const std::size_t divisor : {4, 2, 1}) {
-        const Figures figures = measure(options.items / divisor, options.withLibplist);
-        printFigures(figures);
-        failed = failed || !figures.failure.empty();
+        all.push_back(measure(options.items / divisor, options.withLibplist));
+        printFigures(all.back());
+        failed = failed || !all.back().failure.empty();
     }
+    addToSummary(all.front(), all.back());
     std::printf("\n  write: the application's writer; checked parse: the structure scan and libplist's parse, "
                 "as settings are read.\n");
     return failed ? 1 : 0;

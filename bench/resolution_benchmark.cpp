@@ -173,6 +173,33 @@ std::vector<Figure> runResolutions(const TLFCPProjectController &controller, con
     return figures;
 }
 
+// One summary row a resolution: its time against the load's, and the
+// memory it added against the loaded project's peak.
+void addToSummary(const std::vector<Figure> &figures, const Load &load)
+{
+    using bench::format;
+    const std::string reference = format("load %.3f s, peak %.0f MiB", load.seconds, load.peak / Mebibyte);
+    const std::string target = format("under the load time; memory under +%.0f %%", 100.0 * MaximumMemoryGrowth);
+    for (const Figure &figure : figures) {
+        if (!figure.failure.empty()) {
+            bench::addToSummary({"resolution", figure.label, "failed: " + figure.failure, reference, target, "NOT met"});
+            continue;
+        }
+        const double growth = figure.peakGrowth / load.peak;
+        const bool timeMet = figure.seconds < load.seconds;
+        const bool memoryMet = growth < MaximumMemoryGrowth;
+        std::string result = format("met (%.2f x load)", figure.seconds / load.seconds);
+        if (!timeMet || !memoryMet) {
+            const std::string time = timeMet ? "" : format("time %.2f x load", figure.seconds / load.seconds);
+            const std::string memory = memoryMet ? "" : format("memory +%.1f %%", 100.0 * growth);
+            result = "NOT met (" + time + (timeMet || memoryMet ? "" : ", ") + memory + ")";
+        }
+        bench::addToSummary({"resolution", figure.label,
+                             format("%.3f s, +%.1f %% memory", figure.seconds, 100.0 * growth), reference, target,
+                             result});
+    }
+}
+
 void printFigures(const std::vector<Figure> &figures, const Load &load)
 {
     std::printf("  %-40s %9s %9s %9s %10s  %s\n", "resolution", "time", "log", "result", "peak +",
@@ -220,6 +247,7 @@ int main(int argc, char **argv)
     std::printf("  clips given a uuid for the refill        %zu\n\n", uuidsGiven);
     const std::vector<Figure> figures = runResolutions(controller, *load);
     printFigures(figures, *load);
+    addToSummary(figures, *load);
     std::printf("\n  \"log\" is the time taken afterwards to write out the log lines queued meanwhile.\n");
     return 0;
 }

@@ -53,6 +53,22 @@ void printReport(double fileBytes, const ChildRun &sort, const ChildRun &referen
                 MaximumMemoryRatio, verdict(memoryRatio < MaximumMemoryRatio));
 }
 
+void addToSummary(double fileBytes, const ChildRun &sort, const ChildRun &reference)
+{
+    using bench::format;
+    const double timeRatio = sort.seconds / reference.seconds;
+    const double memoryRatio = sort.peakBytes() / fileBytes;
+    bench::addToSummary({"sort", "time: corvale sort --smart-range scene -o", format("%.3f s", sort.seconds),
+                         format("xmllint --format %.3f s", reference.seconds),
+                         format("at most %.2f x reference", MaximumTimeRatio),
+                         format("%s (%.2f x)", verdict(timeRatio <= MaximumTimeRatio), timeRatio)});
+    bench::addToSummary({"sort", "peak memory", format("%.0f MiB", sort.peakBytes() / Mebibyte),
+                         format("file %.0f MiB; xmllint --format %.0f MiB", fileBytes / Mebibyte,
+                                reference.peakBytes() / Mebibyte),
+                         format("under %.1f x file", MaximumMemoryRatio),
+                         format("%s (%.2f x)", verdict(memoryRatio < MaximumMemoryRatio), memoryRatio)});
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -86,5 +102,6 @@ int main(int argc, char **argv)
         return 1;
     }
     printReport(static_cast<double>(status.st_size), sort, reference);
+    addToSummary(static_cast<double>(status.st_size), sort, reference);
     return 0;
 }
