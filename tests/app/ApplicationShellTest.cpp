@@ -6,6 +6,7 @@
 #include "QtAlertPresenter.h"
 #include "TLAlert.h"
 #include "TLBinNode.h"
+#include "TLMainThread.h"
 
 #include <QAction>
 #include <QFileDialog>
@@ -13,11 +14,15 @@
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QThread>
 #include <QTimer>
 #include <QTreeView>
 
+#include <atomic>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -211,6 +216,24 @@ private slots:
         QVERIFY(shell.requestQuit());
         QTRY_VERIFY(shell.documentWindows().isEmpty());
         QVERIFY(!shell.startWindow()->isVisible());
+    }
+
+    void workersHandTheirWorkToTheEventLoop()
+    {
+        ApplicationShell shell;
+        const auto door = TLMainThread::shared();
+        QVERIFY(door->isMainThread());
+        std::atomic<bool> ranOnMainThread = false;
+        std::atomic<bool> finished = false;
+        std::thread worker([&] {
+            door->performAndWait([&] { ranOnMainThread = QThread::currentThread() == qApp->thread(); });
+            // Work that throws is logged; its caller goes on.
+            door->performAndWait([] { throw std::runtime_error("lost work"); });
+            finished = true;
+        });
+        QTRY_VERIFY(finished);
+        worker.join();
+        QVERIFY(ranOnMainThread);
     }
 
     void argumentsNameProjectsAndTheScreenshot()
