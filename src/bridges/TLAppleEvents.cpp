@@ -16,7 +16,6 @@
 namespace {
 
 constexpr TLFourCharCode finalCutProSignature = TLFourCharCodeFromString("KeyG");
-constexpr TLFourCharCode typeApplSignature = TLFourCharCodeFromString("sign");
 constexpr TLFourCharCode typeUTF8Text = TLFourCharCodeFromString("utf8");
 constexpr TLFourCharCode typeFSRef = TLFourCharCodeFromString("fsrf");
 constexpr TLFourCharCode typeFileURL = TLFourCharCodeFromString("furl");
