@@ -24,7 +24,8 @@
 
 // Everything a document reaches outside itself. Empty members get their
 // defaults: the shared main-thread door, no window, and the controller's own
-// defaults for the hosts (Final Cut Pro and Premiere Pro not available).
+// defaults for the hosts (Final Cut Pro through its Apple Events, Premiere
+// Pro through its scripting; each says so itself where it is missing).
 struct MyDocumentServices
 {
     TLProjectSources projectSources;
