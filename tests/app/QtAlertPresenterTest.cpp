@@ -14,6 +14,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -237,6 +238,21 @@ private slots:
         QTRY_COMPARE(answer.load(), 0);
         worker.join();
         TLMainThread::setShared(nullptr);
+    }
+
+    void expiredTimedAlertLeavesTheScreen()
+    {
+        QMainWindow window;
+        window.show();
+        QCOMPARE(TLAlert::timedAlertSheetWithMessageText("Sending", std::string("Wait"),
+                                                         std::string("Stop"), std::nullopt, "",
+                                                         &window, 0),
+                 1);
+        QCOMPARE(m_presenter->currentMessageBox(), nullptr);
+        const auto boxes = window.findChildren<QMessageBox *>();
+        QVERIFY(std::none_of(boxes.begin(), boxes.end(),
+                             [](const QMessageBox *box) { return box->isVisible(); }));
+        QTRY_COMPARE(window.findChildren<QMessageBox *>().size(), 0);
     }
 
     void boxGoingAwayUnansweredStillAnswers()
