@@ -38,6 +38,16 @@ void clickRow(DocumentWindow &window, int row, Qt::KeyboardModifiers modifiers =
     QTest::mouseClick(outline->viewport(), Qt::LeftButton, modifiers, rect.center());
 }
 
+// The platform's order of events: press, release, double-click, release.
+void doubleClickRow(DocumentWindow &window, int row)
+{
+    QWidget *viewport = window.outlineView()->viewport();
+    const QPoint centre = window.outlineView()->visualRect(window.outlineModel()->index(row, 0)).center();
+    QTest::mouseClick(viewport, Qt::LeftButton, Qt::NoModifier, centre);
+    QTest::mouseDClick(viewport, Qt::LeftButton, Qt::NoModifier, centre);
+    QTest::mouseRelease(viewport, Qt::LeftButton, Qt::NoModifier, centre);
+}
+
 template <typename Widget>
 Widget *sheetChild(QDialog *sheet, const char *name)
 {
@@ -138,6 +148,10 @@ private slots:
         QTest::keyClicks(editor, QStringLiteral("Spots"));
         QTest::keyClick(editor, Qt::Key_Return);
         QTRY_COMPARE(window->document().dataArray()->front()->binName(), std::string("Spots"));
+        doubleClickRow(*window, 0);
+        QTRY_VERIFY(window->outlineView()->indexWidget(firstRow));
+        QTest::keyClick(window->outlineView()->indexWidget(firstRow), Qt::Key_Escape);
+        QTRY_VERIFY(!window->outlineView()->indexWidget(firstRow));
 
         window->outlineView()->clearSelection();
         addRange(*window, QStringLiteral("Reel [1-3]"));
@@ -185,12 +199,7 @@ private slots:
         QCOMPARE(window->outlineModel()->rowCount(), 3);
 
         // Double-clicking a member re-opens its series in the range sheet.
-        const QRect rect = window->outlineView()->visualRect(window->outlineModel()->index(2, 0));
-        // The platform's order of events: press, release, double-click, release.
-        QWidget *viewport = window->outlineView()->viewport();
-        QTest::mouseClick(viewport, Qt::LeftButton, Qt::NoModifier, rect.center());
-        QTest::mouseDClick(viewport, Qt::LeftButton, Qt::NoModifier, rect.center());
-        QTest::mouseRelease(viewport, Qt::LeftButton, Qt::NoModifier, rect.center());
+        doubleClickRow(*window, 2);
         QDialog *sheet = window->sheets().rangeSheet();
         QTRY_VERIFY(sheet->isVisible());
         QCOMPARE(sheetChild<QLineEdit>(sheet, "rangeTextField")->text(), QStringLiteral("Reel [1-3]"));
