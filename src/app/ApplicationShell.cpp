@@ -141,6 +141,10 @@ void ApplicationShell::start(const Options &options)
     QApplication::setQuitOnLastWindowClosed(false);
     m_controller->initialize();
     m_screenshotPath = options.screenshotPath;
+    // A screenshot run has nobody to answer an alert: alerts go to standard
+    // error and answer themselves.
+    if (!m_screenshotPath.isEmpty())
+        TLAlert::setPresenter(TLAlertPresenter::standardError());
     for (const QString &file : options.files)
         m_controller->applicationOpenFile(QFileInfo(file).absoluteFilePath().toStdString());
     const bool startupChecks = options.startupChecks && m_screenshotPath.isEmpty();
@@ -219,7 +223,7 @@ DocumentWindow *ApplicationShell::openDocumentWindow(const QString &path)
     if (m_startWindow)
         m_startWindow->hide();
     if (!m_screenshotPath.isEmpty() && m_documentWindows.size() == 1)
-        QTimer::singleShot(screenshotDelayMilliseconds, this, [this, window] { takeScreenshot(window); });
+        QTimer::singleShot(screenshotDelayMilliseconds, window, [this, window] { takeScreenshot(window); });
     return window;
 }
 
@@ -248,6 +252,10 @@ void ApplicationShell::documentWindowClosed(DocumentWindow *window)
     m_documentWindows.removeIf([window](const QPointer<DocumentWindow> &entry) {
         return !entry || entry.data() == window;
     });
+    if (!m_screenshotPath.isEmpty() && !m_screenshotTaken) {
+        QCoreApplication::quit();
+        return;
+    }
     if (m_documentWindows.isEmpty() && !m_quitting)
         showStartWindow();
 }
@@ -258,7 +266,9 @@ void ApplicationShell::takeScreenshot(DocumentWindow *window)
     window->resize(window->size().expandedTo(screenshotSize));
     if (QTreeView *outline = window->outlineView())
         outline->expandAll();
-    QTimer::singleShot(screenshotDelayMilliseconds, this, [this, window] {
+    // The window is the timer's context: closed before the grab, it takes
+    // the timer with it, and documentWindowClosed ends the run instead.
+    QTimer::singleShot(screenshotDelayMilliseconds, window, [this, window] {
         m_screenshotTaken = window->grab().save(m_screenshotPath, "PNG");
         if (!m_screenshotTaken)
             TLLog::appendLogAndPrint("Unable to write the screenshot %@", m_screenshotPath.toStdString());

@@ -40,7 +40,8 @@ public:
         // Projects to open, in order (the desktop's way of opening files).
         QStringList files;
         // With a path: grab the first window opened from the command line,
-        // its outline expanded, into this PNG file and quit.
+        // its outline expanded, into this PNG file and quit. Alerts of such a
+        // run are written to standard error instead of waiting for a user.
         QString screenshotPath;
         // Runs the start-up checks that may show the open panel.
         bool startupChecks = true;
