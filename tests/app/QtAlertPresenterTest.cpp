@@ -107,28 +107,24 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(&window));
 
         Seen seen;
+        const auto ask = [&window](const char *informativeText) {
+            return TLAlert::alertSheetWithMessageText("Save changes?", std::string("Save"),
+                                                      std::string("Cancel"),
+                                                      std::string("Don't Save"),
+                                                      informativeText, &window, true);
+        };
         answerWhenShown(QStringLiteral("Save"), seen);
-        const int saved = TLAlert::alertSheetWithMessageText(
-            "Save changes?", std::string("Save"), std::string("Cancel"),
-            std::string("Don't Save"), "100% of <b>bins</b> %@ are new.", &window, true);
-        QCOMPARE(saved, 1);
+        QCOMPARE(ask("100% of <b>bins</b> %@ are new."), 1);
         QVERIFY(seen.shown);
         QCOMPARE(seen.parent, &window);
         QCOMPARE(seen.modality, Qt::WindowModal);
         QCOMPARE(seen.text, QStringLiteral("Save changes?"));
         QCOMPARE(seen.informativeText, QStringLiteral("100% of <b>bins</b> %@ are new."));
         QCOMPARE(seen.buttons.size(), 3);
-
         answerWhenShown(QStringLiteral("Cancel"), seen);
-        QCOMPARE(TLAlert::alertSheetWithMessageText("Save changes?", std::string("Save"),
-                                                    std::string("Cancel"),
-                                                    std::string("Don't Save"), "", &window, true),
-                 0);
+        QCOMPARE(ask(""), 0);
         answerWhenShown(QStringLiteral("Don't Save"), seen);
-        QCOMPARE(TLAlert::alertSheetWithMessageText("Save changes?", std::string("Save"),
-                                                    std::string("Cancel"),
-                                                    std::string("Don't Save"), "", &window, true),
-                 -1);
+        QCOMPARE(ask(""), -1);
 
         answerWhenShown(QStringLiteral("OK"), seen);
         QCOMPARE(TLAlert::alertSheetWithMessageText("Done", "", &window), 1);
