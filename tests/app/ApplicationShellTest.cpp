@@ -109,6 +109,14 @@ private slots:
         // Final Cut Pro never runs here.
         QVERIFY(!ApplicationShell::menuAction(start, MenuAction::openFCPProject)->isEnabled());
 
+        const bool qcLogging = AppController::isQCLoggingEnabled();
+        start->findChild<QAction *>(QStringLiteral("qcLoggingAction"))->trigger();
+        QCOMPARE(AppController::isQCLoggingEnabled(), !qcLogging);
+        start->findChild<QAction *>(QStringLiteral("aboutAction"))->trigger();
+        QMessageBox *about = start->findChild<QMessageBox *>(QStringLiteral("aboutPanel"));
+        QVERIFY(about && about->isVisible());
+        about->close();
+
         start->findChild<QPushButton *>(QStringLiteral("startOpenButton"))->click();
         QFileDialog *panel = shell.openPanel();
         QVERIFY(panel);
