@@ -22,6 +22,7 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -146,7 +147,7 @@ void measureReading(const std::string &bytes, std::size_t expectedReels, Figures
         figures.failure = "the archive unarchives to the wrong number of bins";
 }
 
-Figures measure(std::size_t itemCount, bool withLibplist)
+Figures measureOnce(std::size_t itemCount, bool withLibplist)
 {
     Figures figures;
     figures.items = itemCount;
@@ -171,6 +172,25 @@ Figures measure(std::size_t itemCount, bool withLibplist)
     figures.bytes = bytes->size();
     measureReading(*bytes, tree.size(), figures);
     return figures;
+}
+
+// The best of three runs of the application's own steps (libplist's
+// writer runs once: it takes minutes): a busy machine slows single runs of
+// a few milliseconds by several times, which would hide how they grow.
+Figures measure(std::size_t itemCount, bool withLibplist)
+{
+    Figures best = measureOnce(itemCount, withLibplist);
+    for (int run = 1; run < 3 && best.failure.empty(); ++run) {
+        const Figures again = measureOnce(itemCount, false);
+        if (!again.failure.empty())
+            return again;
+        best.archive = std::min(best.archive, again.archive);
+        best.write = std::min(best.write, again.write);
+        best.libplistRead = std::min(best.libplistRead, again.libplistRead);
+        best.checkedRead = std::min(best.checkedRead, again.checkedRead);
+        best.unarchive = std::min(best.unarchive, again.unarchive);
+    }
+    return best;
 }
 
 void printFigures(const Figures &figures)
@@ -246,6 +266,6 @@ int main(int argc, char **argv)
     }
     addToSummary(all.front(), all.back());
     std::printf("\n  write: the application's writer; checked parse: the structure scan and libplist's parse, "
-                "as settings are read.\n");
+                "as settings are read; each the best of three runs.\n");
     return failed ? 1 : 0;
 }
