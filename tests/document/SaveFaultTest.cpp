@@ -348,7 +348,7 @@ TEST_F(SaveFaultTest, AKillAtAnyPointOfASaveLeavesNoTruncatedFile)
     std::ostringstream report;
     report << "seed " << seed << " (set CORVALE_FAULT_SEED to repeat), a whole save "
            << std::chrono::duration_cast<std::chrono::milliseconds>(duration).count() << " ms\n";
-    for (int run = 0; run < 8; ++run) {
+    for (int run = 0; run < 12; ++run) {
         test::writeFile(projectPath, oldProject);
         test::writeFile(settingsPath, oldSettings);
         const auto delay = std::chrono::microseconds(delays(random));
