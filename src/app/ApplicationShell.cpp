@@ -3,12 +3,14 @@
 #include "ApplicationShell.h"
 
 #include "AppIcons.h"
+#include "BinOutlineModel.h"
 #include "DocumentWindow.h"
 #include "ProjectLoaderDialog.h"
 #include "QtAlertPresenter.h"
 #include "QtMainThread.h"
 #include "TLAlert.h"
 #include "TLLog.h"
+#include "TLSmartBin.h"
 
 #include <QAction>
 #include <QApplication>
@@ -260,12 +262,31 @@ void ApplicationShell::documentWindowClosed(DocumentWindow *window)
         showStartWindow();
 }
 
+namespace {
+
+// Every bin open, but smart bins closed: a reopened project resolves them
+// against the clip copies its earlier saves wrote into bins too, and a
+// picture of a clip listed three times explains nothing.
+void expandForScreenshot(QTreeView &outline, const BinOutlineModel *model)
+{
+    outline.expandAll();
+    if (!model)
+        return;
+    for (int row = 0; row < model->rowCount(); ++row) {
+        const QModelIndex index = model->index(row, 0);
+        if (std::dynamic_pointer_cast<TLSmartBin>(model->nodeForIndex(index)))
+            outline.collapse(index);
+    }
+}
+
+} // namespace
+
 void ApplicationShell::takeScreenshot(DocumentWindow *window)
 {
     // Room for the toolbar and a good part of the sorted tree.
     window->resize(window->size().expandedTo(screenshotSize));
     if (QTreeView *outline = window->outlineView())
-        outline->expandAll();
+        expandForScreenshot(*outline, window->outlineModel());
     // The window is the timer's context: closed before the grab, it takes
     // the timer with it, and documentWindowClosed ends the run instead.
     QTimer::singleShot(screenshotDelayMilliseconds, window, [this, window] {
