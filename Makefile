@@ -50,7 +50,7 @@ demo: configure
 # Builds the desktop application and starts it.
 app: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target corvale-desktop
-	@$(BUILD_DIR)/src/app/corvale-desktop
+	@$(BUILD_DIR)/src/app/Corvale
 
 # The test suite under AddressSanitizer with UndefinedBehaviorSanitizer, and
 # the threaded tests under ThreadSanitizer, each in its own build folder.
