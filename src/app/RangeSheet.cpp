@@ -3,6 +3,7 @@
 
 #include "AppIcons.h"
 #include "MyDocument.h"
+#include "SheetControls.h"
 
 #include <QDialogButtonBox>
 #include <QLabel>
@@ -30,12 +31,10 @@ RangeSheet::RangeSheet(MyDocument &document, std::function<TLBinNodePtr()> selec
     m_countLabel = new QLabel(this);
     m_countLabel->setObjectName(QStringLiteral("rangeCount"));
 
-    auto *buttons = new QDialogButtonBox(this);
-    auto *cancelButton = buttons->addButton(QDialogButtonBox::Cancel);
-    cancelButton->setObjectName(QStringLiteral("rangeCancelButton"));
-    m_createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
-    m_createButton->setObjectName(QStringLiteral("rangeCreateButton"));
-    m_createButton->setDefault(true);
+    const SheetButtons sheetButtons = makeSheetButtons(this, QStringLiteral("rangeCancelButton"),
+                                                       QStringLiteral("rangeCreateButton"));
+    QDialogButtonBox *buttons = sheetButtons.box;
+    m_createButton = sheetButtons.create;
 
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(prompt);
@@ -49,7 +48,6 @@ RangeSheet::RangeSheet(MyDocument &document, std::function<TLBinNodePtr()> selec
     // previews on its own then.
     connect(m_expressionField, &QLineEdit::textEdited, this,
             [this](const QString &text) { m_document.updateRangePreview(text.toStdString()); });
-    connect(cancelButton, &QPushButton::clicked, this, &RangeSheet::reject);
     connect(m_createButton, &QPushButton::clicked, this, [this] {
         static_cast<void>(m_document.createRangeClick(m_expressionField->text().toStdString(), m_selectedNode()));
     });

@@ -2,6 +2,7 @@
 #include "SmartBinSheet.h"
 
 #include "MyDocument.h"
+#include "SheetControls.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -122,19 +123,12 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
     removeButton->setToolTip(tr("Remove the selected filters"));
     for (auto *button : {addButton, removeButton})
         button->setFixedWidth(button->sizeHint().height() + 8);
-    m_spinner = new QProgressBar(this);
-    m_spinner->setObjectName(QStringLiteral("smartBinSpinner"));
-    m_spinner->setRange(0, 0);
-    m_spinner->setTextVisible(false);
-    m_spinner->setMaximumWidth(80);
-    m_spinner->hide();
+    m_spinner = makeBusySpinner(this, QStringLiteral("smartBinSpinner"));
 
-    auto *buttons = new QDialogButtonBox(this);
-    auto *cancelButton = buttons->addButton(QDialogButtonBox::Cancel);
-    cancelButton->setObjectName(QStringLiteral("smartBinCancelButton"));
-    m_createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
-    m_createButton->setObjectName(QStringLiteral("smartBinCreateButton"));
-    m_createButton->setDefault(true);
+    const SheetButtons sheetButtons = makeSheetButtons(this, QStringLiteral("smartBinCancelButton"),
+                                                       QStringLiteral("smartBinCreateButton"));
+    QDialogButtonBox *buttons = sheetButtons.box;
+    m_createButton = sheetButtons.create;
 
     auto *nameRow = new QHBoxLayout;
     nameRow->addWidget(new QLabel(tr("Name:"), this));
@@ -166,7 +160,6 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
         m_document.smartBinAddItem();
     });
     connect(removeButton, &QPushButton::clicked, this, &SmartBinSheet::removeSelectedRows);
-    connect(cancelButton, &QPushButton::clicked, this, &SmartBinSheet::reject);
     removeButton->setEnabled(false);
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, removeButton,
             [this, removeButton] { removeButton->setEnabled(m_table->selectionModel()->hasSelection()); });

@@ -3,6 +3,7 @@
 
 #include "AppIcons.h"
 #include "MyDocument.h"
+#include "SheetControls.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -129,19 +130,12 @@ SmartRangeSheet::SmartRangeSheet(MyDocument &document, std::function<TLBinNodePt
     m_previewOutline->setHeaderHidden(true);
     m_previewOutline->setIconSize(QSize(16, 16));
     m_previewOutline->setSelectionMode(QAbstractItemView::NoSelection);
-    m_spinner = new QProgressBar(this);
-    m_spinner->setObjectName(QStringLiteral("smartRangeSpinner"));
-    m_spinner->setRange(0, 0);
-    m_spinner->setTextVisible(false);
-    m_spinner->setMaximumWidth(80);
-    m_spinner->hide();
+    m_spinner = makeBusySpinner(this, QStringLiteral("smartRangeSpinner"));
 
-    auto *buttons = new QDialogButtonBox(this);
-    auto *cancelButton = buttons->addButton(QDialogButtonBox::Cancel);
-    cancelButton->setObjectName(QStringLiteral("smartRangeCancelButton"));
-    m_createButton = buttons->addButton(tr("Create"), QDialogButtonBox::AcceptRole);
-    m_createButton->setObjectName(QStringLiteral("smartRangeCreateBtn"));
-    m_createButton->setDefault(true);
+    const SheetButtons sheetButtons = makeSheetButtons(this, QStringLiteral("smartRangeCancelButton"),
+                                                       QStringLiteral("smartRangeCreateBtn"));
+    QDialogButtonBox *buttons = sheetButtons.box;
+    m_createButton = sheetButtons.create;
 
     auto *criteriaRow = new QHBoxLayout;
     criteriaRow->addWidget(new QLabel(tr("One bin for each:"), this));
@@ -156,7 +150,6 @@ SmartRangeSheet::SmartRangeSheet(MyDocument &document, std::function<TLBinNodePt
 
     connect(m_criteriaPopUp, &QComboBox::activated, this,
             [this] { m_document.smartRangeChangeCriteria(criteria()); });
-    connect(cancelButton, &QPushButton::clicked, this, &SmartRangeSheet::reject);
     connect(m_createButton, &QPushButton::clicked, this, [this] {
         // The document's worker finishes on the main thread by itself; the
         // future is for callers that can wait.

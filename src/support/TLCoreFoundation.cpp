@@ -65,13 +65,13 @@ bool TLCoreFoundation::open(CFURLRef application, CFURLRef item, LSLaunchFlags f
         return false;
     const void *values[] = {item};
     const Holder<CFArrayRef> items(CFArrayCreate(kCFAllocatorDefault, values, 1, &kCFTypeArrayCallBacks));
-    LSLaunchURLSpec specification{};
-    specification.appURL = application;
-    specification.itemURLs = items.get();
-    specification.passThruParams = nullptr;
-    specification.launchFlags = flags;
-    specification.asyncRefCon = nullptr;
-    return LSOpenFromURLSpec(&specification, nullptr) == noErr;
+    LSLaunchURLSpec launch{};
+    launch.appURL = application;
+    launch.itemURLs = items.get();
+    launch.passThruParams = nullptr;
+    launch.launchFlags = flags;
+    launch.asyncRefCon = nullptr;
+    return LSOpenFromURLSpec(&launch, nullptr) == noErr;
 }
 
 #endif

@@ -1,4 +1,4 @@
-// The user's Trash as the freedesktop.org Trash specification lays it out:
+// The user's Trash as the freedesktop.org Trash standard lays it out:
 // the items in "files/", and beside each a ".trashinfo" record in "info/"
 // saying where it came from and when, so that a desktop's Trash can show
 // the item and put it back.

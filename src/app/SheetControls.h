@@ -1,0 +1,24 @@
+// Controls every bin sheet shares, made one way so the sheets look and
+// behave alike.
+#pragma once
+
+#include <QString>
+
+class QDialog;
+class QDialogButtonBox;
+class QProgressBar;
+class QPushButton;
+
+// The Cancel and Create pair along a sheet's bottom edge. Create is the
+// default button (Return presses it); Cancel rejects the sheet. The
+// object names let tests find the buttons.
+struct SheetButtons
+{
+    QDialogButtonBox *box = nullptr;
+    QPushButton *cancel = nullptr;
+    QPushButton *create = nullptr;
+};
+SheetButtons makeSheetButtons(QDialog *sheet, const QString &cancelName, const QString &createName);
+
+// An indeterminate busy bar, hidden until a background build starts.
+QProgressBar *makeBusySpinner(QDialog *sheet, const QString &objectName);
