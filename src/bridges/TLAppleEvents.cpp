@@ -55,18 +55,6 @@ int intValue(std::string_view text)
     return int(negative ? -value : value);
 }
 
-std::vector<std::string> componentsSeparatedByDot(const std::string &text)
-{
-    std::vector<std::string> components;
-    std::size_t start = 0;
-    for (std::size_t dot = text.find('.'); dot != std::string::npos; dot = text.find('.', start)) {
-        components.push_back(text.substr(start, dot - start));
-        start = dot + 1;
-    }
-    components.push_back(text.substr(start));
-    return components;
-}
-
 // Blanks, non-ASCII bytes, controls and the characters a URL never holds
 // literally become %XX; "/" and the other URL punctuation stay.
 std::string percentEscapedPath(const std::string &path)
@@ -145,7 +133,7 @@ int TLAppleEvents::maximumXMEMLVersion() const
     const auto version = finalCutProVersionString();
     if (!version)
         return 1;
-    auto components = componentsSeparatedByDot(*version);
+    auto components = TLTextCoding::componentsSeparatedByString(*version, '.');
     // The bound is re-read as components are added, so a one-component
     // version gets a single "0" and the patch read below throws.
     for (std::size_t appended = 0; components.size() < 3 && appended < 3 - components.size(); ++appended)

@@ -9,6 +9,7 @@
 #include "TLPremiere.h"
 #include "TLPropertyList.h"
 #include "TLTaskEx.h"
+#include "TLTextCoding.h"
 #include "TLWorkspace.h"
 
 #include <filesystem>
@@ -90,18 +91,6 @@ std::string deletingLastPathComponent(std::string path)
     return slash == 0 ? std::string("/") : path.substr(0, slash);
 }
 
-std::vector<std::string> componentsSeparatedByDot(const std::string &text)
-{
-    std::vector<std::string> components;
-    std::size_t start = 0;
-    for (std::size_t dot = text.find('.'); dot != std::string::npos; dot = text.find('.', start)) {
-        components.push_back(text.substr(start, dot - start));
-        start = dot + 1;
-    }
-    components.push_back(text.substr(start));
-    return components;
-}
-
 std::optional<std::string> bundleVersionOfExecutable(const std::string &executable)
 {
     const std::string contents = deletingLastPathComponent(deletingLastPathComponent(executable));
@@ -166,7 +155,8 @@ std::optional<std::string> TLPremiereEvents::runningPremiereVersion()
     if (running.empty())
         return std::nullopt;
     const std::optional<std::string> bundleVersion = bundleVersionOfExecutable(running.front().executablePath);
-    const std::vector<std::string> components = componentsSeparatedByDot(bundleVersion.value_or(""));
+    const std::vector<std::string> components =
+        TLTextCoding::componentsSeparatedByString(bundleVersion.value_or(""), '.');
     if (!bundleVersion || components.size() < 2) {
         TLLog::appendLog("Unknown Premiere version.");
         return std::nullopt;

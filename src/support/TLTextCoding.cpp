@@ -114,3 +114,15 @@ std::optional<std::string> TLTextCoding::percentDecoded(std::string_view text, E
     }
     return decoded;
 }
+
+std::vector<std::string> TLTextCoding::componentsSeparatedByString(std::string_view text, char separator)
+{
+    std::vector<std::string> components;
+    std::size_t start = 0;
+    for (std::size_t at = text.find(separator); at != std::string_view::npos; at = text.find(separator, start)) {
+        components.emplace_back(text.substr(start, at - start));
+        start = at + 1;
+    }
+    components.emplace_back(text.substr(start));
+    return components;
+}

@@ -6,8 +6,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
-// Stateless text conversions shared by the query helper and the URL parser.
+// Stateless text conversions shared by the query helper, the URL parser and
+// the version readers of the host bridges.
 // Nothing here throws except std::bad_alloc.
 class TLTextCoding
 {
@@ -44,4 +46,9 @@ public:
     // escape above 127 ("%C3"). Empty input gives "".
     static std::optional<std::string> percentDecoded(std::string_view text,
                                                      EscapedBytes allowed = EscapedBytes::Any);
+
+    // The pieces between the separators, as version strings are taken
+    // apart: "6.0.2" gives "6", "0", "2"; "6." gives "6" and ""; text
+    // without the separator, the empty text included, gives itself alone.
+    static std::vector<std::string> componentsSeparatedByString(std::string_view text, char separator);
 };
