@@ -168,15 +168,24 @@ void QtAlertPresenter::connectAnswer(AlertId alert, QMessageBox *box)
     });
 }
 
-void QtAlertPresenter::answer(AlertId alert, int returnCode)
+std::optional<QtAlertPresenter::Shown> QtAlertPresenter::takeShown(AlertId alert)
 {
     const auto entry = m_shown.find(alert);
     if (entry == m_shown.end())
-        return;
+        return std::nullopt;
     Shown shown = std::move(entry->second);
     m_shown.erase(entry);
     QObject::disconnect(shown.finished);
     QObject::disconnect(shown.destroyed);
+    return shown;
+}
+
+void QtAlertPresenter::answer(AlertId alert, int returnCode)
+{
+    std::optional<Shown> taken = takeShown(alert);
+    if (!taken)
+        return;
+    Shown &shown = *taken;
     if (shown.didEnd)
         shown.didEnd(returnCode);
     // Answered: the box leaves once the answer has been delivered.
@@ -188,13 +197,10 @@ void QtAlertPresenter::answer(AlertId alert, int returnCode)
 
 void QtAlertPresenter::closeAlert(AlertId alert)
 {
-    const auto entry = m_shown.find(alert);
-    if (entry == m_shown.end())
+    std::optional<Shown> taken = takeShown(alert);
+    if (!taken)
         return;
-    Shown shown = std::move(entry->second);
-    m_shown.erase(entry);
-    QObject::disconnect(shown.finished);
-    QObject::disconnect(shown.destroyed);
+    Shown &shown = *taken;
     if (!shown.box)
         return;
     shown.box->hide();

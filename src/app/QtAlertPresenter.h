@@ -8,6 +8,7 @@
 #include <QMetaObject>
 
 #include <map>
+#include <optional>
 #include <string>
 
 class QMessageBox;
@@ -77,6 +78,9 @@ private:
     static void addSuppressionCheckBox(QMessageBox &box, const std::string &key);
     void connectAnswer(AlertId alert, QMessageBox *box);
     void answer(AlertId alert, int returnCode);
+    // Takes the alert out of the shown ones, no longer listening to its box;
+    // nullopt for an alert already answered or closed.
+    std::optional<Shown> takeShown(AlertId alert);
 
     std::map<AlertId, Shown> m_shown;
 };
