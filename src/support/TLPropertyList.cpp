@@ -493,6 +493,79 @@ std::optional<std::string> readWholeFile(const std::string &path)
     return contents;
 }
 
+// The text libplist writes around a dictionary, and how it lays out a
+// <data> value one level deep: a tab before every line and at most 68
+// base64 characters (51 bytes) on each. A settings file streamed from here
+// must not differ by a byte from one libplist wrote.
+constexpr std::string_view xmlDictionaryOpening =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n<dict>\n";
+constexpr std::string_view xmlDataClosing = "\t</data>\n</dict>\n</plist>\n";
+constexpr std::size_t base64LineLength = 68;
+constexpr std::size_t bytesPerBase64Line = base64LineLength / 4 * 3;
+// Enough lines per write to keep system calls rare, few enough that the
+// buffer stays near a quarter of a megabyte.
+constexpr std::size_t base64LinesPerChunk = 4096;
+
+// libplist escapes only these three in a key; quotes stay as they are.
+std::string escapedXMLText(std::string_view text)
+{
+    std::string escaped;
+    for (const char c : text) {
+        if (c == '&')
+            escaped += "&amp;";
+        else if (c == '<')
+            escaped += "&lt;";
+        else if (c == '>')
+            escaped += "&gt;";
+        else
+            escaped += c;
+    }
+    return escaped;
+}
+
+// Writes the padded base64 of `bytes` at `out`; returns the end.
+char *writeBase64(std::string_view bytes, char *out)
+{
+    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const auto byteAt = [bytes](std::size_t index) { return std::uint32_t(static_cast<unsigned char>(bytes[index])); };
+    std::size_t index = 0;
+    for (; index + 3 <= bytes.size(); index += 3) {
+        const std::uint32_t group = byteAt(index) << 16 | byteAt(index + 1) << 8 | byteAt(index + 2);
+        for (const int shift : {18, 12, 6, 0})
+            *out++ = alphabet[(group >> shift) & 63];
+    }
+    const std::size_t rest = bytes.size() - index;
+    if (rest == 0)
+        return out;
+    const std::uint32_t group = byteAt(index) << 16 | (rest == 2 ? byteAt(index + 1) << 8 : 0);
+    *out++ = alphabet[group >> 18];
+    *out++ = alphabet[(group >> 12) & 63];
+    *out++ = rest == 2 ? alphabet[(group >> 6) & 63] : '=';
+    *out++ = '=';
+    return out;
+}
+
+// The base64 lines of `data`, a chunk of lines at a time; false once the sink fails.
+bool writeBase64Lines(const TLAtomicFile::Sink &sink, std::string_view data)
+{
+    std::string chunk(base64LinesPerChunk * (base64LineLength + 2), '\0');
+    while (!data.empty()) {
+        char *end = chunk.data();
+        for (std::size_t line = 0; line < base64LinesPerChunk && !data.empty(); ++line) {
+            const auto piece = data.substr(0, bytesPerBase64Line);
+            data.remove_prefix(piece.size());
+            *end++ = '\t';
+            end = writeBase64(piece, end);
+            *end++ = '\n';
+        }
+        if (!sink(std::string_view(chunk.data(), std::size_t(end - chunk.data()))))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 TLPropertyList::~TLPropertyList()
@@ -601,6 +674,19 @@ std::string TLPropertyList::writeToFile(const std::string &path, Format format) 
     if (!bytes)
         return "cannot write " + path + ": the property list cannot be serialised";
     return TLAtomicFile::writeContents(path, *bytes);
+}
+
+std::string TLPropertyList::writeDataDictionaryToFile(const std::string &path, std::string_view key,
+                                                      std::string_view data)
+{
+    // libplist keeps keys as C strings and would cut this one short.
+    if (key.find('\0') != std::string_view::npos)
+        return "cannot write " + path + ": the key holds a NUL";
+    const std::string opening =
+        std::string(xmlDictionaryOpening) + "\t<key>" + escapedXMLText(key) + "</key>\n\t<data>\n";
+    return TLAtomicFile::writeWith(path, [&opening, data](const TLAtomicFile::Sink &sink) {
+        return sink(opening) && writeBase64Lines(sink, data) && sink(xmlDataClosing);
+    });
 }
 
 plist_t TLPropertyList::itemForKey(std::string_view key) const

@@ -76,6 +76,13 @@ public:
     // Serialises and replaces the file at `path` atomically. Returns "" on
     // success, else the reason (empty list, serialisation or I/O failure).
     [[nodiscard]] std::string writeToFile(const std::string &path, Format format) const;
+    // Saves a dictionary whose only entry is `data` under `key` as XML at
+    // `path`, atomically and byte for byte as writeToFile(Format::XML) saves
+    // it, but encoding piece by piece: memory stays bounded however large the
+    // data (a whole bin archive), with no second copy of it. Returns "" on
+    // success, else the reason (a key holding a NUL, I/O failure).
+    [[nodiscard]] static std::string writeDataDictionaryToFile(const std::string &path, std::string_view key,
+                                                               std::string_view data);
 
     // Root dictionary lookups: nullopt (or null) when the list is empty, the
     // root is not a dictionary, the key is missing or the value has another type.

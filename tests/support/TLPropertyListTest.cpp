@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -69,6 +72,19 @@ std::string repeated(std::string_view text, int count)
     for (int i = 0; i < count; ++i)
         out += text;
     return out;
+}
+
+// Bytes of every value in an order with no short period, so that each
+// base64 line and each padding case sees different input.
+std::string variedBytes(std::size_t count)
+{
+    std::string bytes(count, '\0');
+    std::uint32_t state = 12345;
+    for (auto &byte : bytes) {
+        state = state * 1664525u + 1013904223u;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
 }
 
 } // namespace
@@ -183,4 +199,48 @@ TEST(TLPropertyListTest, RefusesGarbageAndUnreadableFiles)
     EXPECT_FALSE(TLPropertyList::fromFile(folder.file("missing.plist")));
     test::writeFile(folder.file("garbage.plist"), "bplist00 and then nonsense that is long enough");
     EXPECT_FALSE(TLPropertyList::fromFile(folder.file("garbage.plist")));
+}
+
+TEST(TLPropertyListTest, StreamedDataDictionaryIsWhatLibplistWrites)
+{
+    struct Case
+    {
+        std::size_t size;
+        std::string key;
+    };
+    // Sizes around the padding cases and the 51-byte line, then many lines.
+    const std::vector<Case> cases = {{0, "data"},  {1, "data"},  {2, "data"},         {3, "data"},
+                                     {50, "data"}, {51, "data"}, {57, "data"},        {58, "data"},
+                                     {1000, "data"}, {1000, "a&<b>\"'"}, {(1u << 20) + 7, "data"}};
+    test::TemporaryFolder folder;
+    for (const auto &[size, key] : cases) {
+        const auto data = variedBytes(size);
+        auto reference = TLPropertyList::newDictionary();
+        ASSERT_TRUE(reference.setDataForKey(key, data));
+        ASSERT_EQ(reference.writeToFile(folder.file("libplist.plist"), TLPropertyList::Format::XML), "");
+        const auto path = folder.file("streamed.plist");
+        ASSERT_EQ(TLPropertyList::writeDataDictionaryToFile(path, key, data), "") << size;
+        const auto streamed = test::readFile(path);
+        const auto expected = test::readFile(folder.file("libplist.plist"));
+        // The first difference, not a megabyte of both texts.
+        const auto difference = std::mismatch(streamed.begin(), streamed.end(), expected.begin(), expected.end());
+        EXPECT_TRUE(streamed == expected) << size << " bytes under " << key << ": first difference at byte "
+                                          << difference.first - streamed.begin();
+        EXPECT_EQ(TLPropertyList::fromFile(path).dataForKey(key), data) << size;
+    }
+}
+
+TEST(TLPropertyListTest, StreamedDataDictionaryFailsWithoutLeavingAFile)
+{
+    test::TemporaryFolder folder;
+    const auto missing = folder.file("missing/settings.plist");
+    EXPECT_NE(TLPropertyList::writeDataDictionaryToFile(missing, "data", "abc"), "");
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
+
+    const auto existing = folder.file("settings.plist");
+    test::writeFile(existing, "old settings");
+    const auto reason = TLPropertyList::writeDataDictionaryToFile(existing, std::string("da\0ta", 5), "abc");
+    EXPECT_NE(reason.find("NUL"), std::string::npos) << reason;
+    EXPECT_EQ(test::readFile(existing), "old settings");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1) << "no temporary left";
 }
