@@ -100,19 +100,26 @@ struct Parse
 {
     std::shared_ptr<pugi::xml_document> document; // null unless well-formed
     std::string error;                             // empty unless not
+    bool hasByteOrderMark = false;
 };
 
-// Default options: no DOCTYPE processing, so neither internal entity
-// declarations nor external entities are ever expanded or fetched.
+bool startsWithByteOrderMark(const Bytes &bytes)
+{
+    const std::string_view start(bytes.block.get(), std::min<size_t>(bytes.size, 3));
+    return start.starts_with("\xEF\xBB\xBF") || start.starts_with("\xFE\xFF") || start.starts_with("\xFF\xFE")
+           || (bytes.size >= 4 && std::memcmp(bytes.block.get(), "\0\0\xFE\xFF", 4) == 0);
+}
+
 Parse parseBytes(Bytes bytes, pugi::xml_encoding encoding)
 {
+    const bool hasByteOrderMark = startsWithByteOrderMark(bytes);
     auto document = std::make_shared<pugi::xml_document>();
     const auto result = document->load_buffer_inplace_own(bytes.block.release(), bytes.size,
-                                                          pugi::parse_default, encoding);
+                                                          TLFCPProjectController::parseOptions, encoding);
     if (result)
-        return {std::move(document), {}};
+        return {std::move(document), {}, hasByteOrderMark};
     return {nullptr, TLFormat::stringWithFormat("%@ at offset %li", result.description(),
-                                                long(result.offset))};
+                                                long(result.offset)), hasByteOrderMark};
 }
 
 bool somethingExistsAt(const std::string &path)
@@ -278,8 +285,9 @@ bool TLFCPProjectController::setXmlDocFromFilePath(const std::string &path)
             return false;
         // Let go of the old tree before building the new one, so that two
         // large projects are never held at once unless clips still need it.
-        m_document.reset();
-        m_document = parseBytes(std::move(*bytes), pugi::encoding_auto).document;
+        dropDocument();
+        auto parse = parseBytes(std::move(*bytes), pugi::encoding_auto);
+        adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
         return true;
     });
 }
@@ -302,8 +310,9 @@ bool TLFCPProjectController::replaceDocumentWithText(std::string text)
     text = std::string(); // the parse buffer is the one copy from here on
     if (!bytes)
         return false;
-    m_document.reset();
-    m_document = parseBytes(std::move(*bytes), pugi::encoding_utf8).document;
+    dropDocument();
+    auto parse = parseBytes(std::move(*bytes), pugi::encoding_utf8);
+    adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
     return true;
 }
 
@@ -331,11 +340,12 @@ bool TLFCPProjectController::loadXMLFromPremiere(const std::string &path)
                 std::make_shared<TLAlert>(m_sources.alertPresenter));
             return false;
         }
-        m_document.reset();
+        dropDocument();
         auto parse = parseBytes(std::move(*bytes), pugi::encoding_auto);
-        m_document = std::move(parse.document);
+        adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
+        const std::string &error = parse.error;
         if (!m_document)
-            TLLog::appendLog("Error loading XML data: %@", parse.error);
+            TLLog::appendLog("Error loading XML data: %@", error);
         return m_document != nullptr;
     });
 }
@@ -352,13 +362,14 @@ bool TLFCPProjectController::loadTOCFromFCP(const std::string &path)
         data.reset();
         if (!bytes)
             return false;
-        m_document.reset();
+        dropDocument();
         auto parse = parseBytes(std::move(*bytes), pugi::encoding_auto);
-        m_document = std::move(parse.document);
+        adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
+        const std::string &error = parse.error;
         if (m_document)
             return true;
         // The system console, not the application log.
-        const auto line = TLFormat::stringWithFormat("Error importing XML: %@\n", parse.error);
+        const auto line = TLFormat::stringWithFormat("Error importing XML: %@\n", error);
         std::fwrite(line.data(), 1, line.size(), stderr);
         return false;
     });
@@ -376,6 +387,7 @@ bool TLFCPProjectController::xmlDocSelect(const std::string &path)
 
 std::optional<TLXMLNodeList> TLFCPProjectController::nodesForQuery(std::string_view query) const
 {
+    makeDeferredChange();
     using Result = std::optional<TLXMLNodeList>;
     return guarded("TLFCPProjectController::nodesForQuery", Result(), [&]() -> Result {
         if (!m_document)
@@ -386,6 +398,7 @@ std::optional<TLXMLNodeList> TLFCPProjectController::nodesForQuery(std::string_v
 
 pugi::xpath_node TLFCPProjectController::firstNodeForQuery(std::string_view query) const
 {
+    makeDeferredChange();
     return guarded("TLFCPProjectController::firstNodeForQuery", pugi::xpath_node(), [&] {
         if (!m_document)
             return pugi::xpath_node();
@@ -411,6 +424,7 @@ std::vector<std::string> TLFCPProjectController::stringValuesForQuery(std::strin
 pugi::xml_node TLFCPProjectController::nodeWithUUID(std::string_view uuid,
                                                     std::string_view type) const
 {
+    makeDeferredChange();
     return guarded("TLFCPProjectController::nodeWithUUID", pugi::xml_node(), [&] {
         if (!isPlainElementName(type))
             return pugi::xml_node();
@@ -423,6 +437,18 @@ pugi::xml_node TLFCPProjectController::nodeWithUUID(std::string_view uuid,
         std::string query(".//");
         query.append(type).append("/uuid[text()=").append(stringLiteral(uuid)).append("][1]/..");
         return firstNodeForQuery(query).node();
+    });
+}
+
+std::vector<pugi::xml_node> TLFCPProjectController::binsWithUUID(std::string_view uuid) const
+{
+    using Result = std::vector<pugi::xml_node>;
+    makeDeferredChange();
+    return guarded("TLFCPProjectController::binsWithUUID", Result(), [&] {
+        std::lock_guard lock(m_binIndexMutex);
+        const BinIndex &index = binIndex();
+        const auto found = index.find(std::string(uuid));
+        return found == index.end() ? Result() : found->second;
     });
 }
 
@@ -443,6 +469,7 @@ const TLFCPProjectController::BinIndex &TLFCPProjectController::binIndex() const
 
 bool TLFCPProjectController::detachNode(pugi::xml_node element)
 {
+    makeDeferredChange();
     pugi::xml_node parent = element.parent();
     if (!element || !parent)
         return false;
@@ -479,12 +506,14 @@ void TLFCPProjectController::forgetNodesWithin(pugi::xml_node element)
 
 void TLFCPProjectController::prepareBinLookups() const
 {
+    makeDeferredChange();
     std::lock_guard lock(m_binIndexMutex);
     binIndex();
 }
 
 void TLFCPProjectController::documentDidChange()
 {
+    makeDeferredChange();
     std::lock_guard lock(m_binIndexMutex);
     m_binIndexDocument.reset();
     m_binIndex.clear();
@@ -492,6 +521,7 @@ void TLFCPProjectController::documentDidChange()
 
 pugi::xml_node TLFCPProjectController::clipNodeWithUUID(std::string_view uuid) const
 {
+    makeDeferredChange();
     return guarded("TLFCPProjectController::clipNodeWithUUID", pugi::xml_node(), [&] {
         std::call_once(*m_clipIndexBuilt, [this] { buildClipIndex(); });
         const auto found = m_clipIndex.find(std::string(uuid));
@@ -513,6 +543,7 @@ void TLFCPProjectController::buildClipIndex() const
 
 void TLFCPProjectController::collectClipsAndMasterClipPaths()
 {
+    makeDeferredChange();
     guarded("TLFCPProjectController::collectClipsAndMasterClipPaths", 0, [&] {
         ClipsAndPathURLs found;
         if (m_document)
@@ -525,7 +556,65 @@ void TLFCPProjectController::collectClipsAndMasterClipPaths()
 
 void TLFCPProjectController::setXmlDoc(std::unique_ptr<pugi::xml_document> document)
 {
+    dropDocument();
+    adoptDocument(std::move(document), false);
+}
+
+pugi::xml_document *TLFCPProjectController::xmlDoc()
+{
+    makeDeferredChange();
+    return m_document.get();
+}
+
+const pugi::xml_document *TLFCPProjectController::xmlDoc() const
+{
+    makeDeferredChange();
+    return m_document.get();
+}
+
+void TLFCPProjectController::dropDocument()
+{
+    dropDeferredChange();
+    m_document.reset();
+}
+
+void TLFCPProjectController::adoptDocument(std::shared_ptr<pugi::xml_document> document, bool hasByteOrderMark)
+{
+    dropDeferredChange();
     m_document = std::move(document);
+    m_hasByteOrderMark = hasByteOrderMark;
+}
+
+void TLFCPProjectController::deferChange(std::function<void()> change)
+{
+    // Changes are made in the order they were decided.
+    makeDeferredChange();
+    const std::lock_guard lock(m_deferredChangeMutex);
+    m_deferredChange = std::move(change);
+    m_hasDeferredChange.store(static_cast<bool>(m_deferredChange), std::memory_order_release);
+}
+
+void TLFCPProjectController::makeDeferredChangeNow() const
+{
+    const std::lock_guard lock(m_deferredChangeMutex);
+    // Empty when this thread is making the change already and the change
+    // has called back, or when another thread has made it meanwhile.
+    if (!m_deferredChange)
+        return;
+    const std::function<void()> change = std::move(m_deferredChange);
+    m_deferredChange = nullptr;
+    guarded("TLFCPProjectController::makeDeferredChange", 0, [&change] {
+        change();
+        return 0;
+    });
+    m_hasDeferredChange.store(false, std::memory_order_release);
+}
+
+void TLFCPProjectController::dropDeferredChange()
+{
+    const std::lock_guard lock(m_deferredChangeMutex);
+    m_deferredChange = nullptr;
+    m_hasDeferredChange.store(false, std::memory_order_release);
 }
 
 void TLFCPProjectController::setEmptyXMEMLDoc()
@@ -541,6 +630,7 @@ void TLFCPProjectController::setEmptyXMEMLDoc()
 
 void TLFCPProjectController::setClips(TLXMLNodeList clips)
 {
+    makeDeferredChange();
     m_clips = std::move(clips);
     m_clipsDocument = m_document;
     m_clipIndex.clear();
@@ -549,6 +639,7 @@ void TLFCPProjectController::setClips(TLXMLNodeList clips)
 
 void TLFCPProjectController::setMasterClipPaths(TLMasterClipPaths masterClipPaths)
 {
+    makeDeferredChange();
     m_masterClipPaths = std::move(masterClipPaths);
     m_masterClipPathsDocument = m_document;
 }

@@ -10,6 +10,7 @@
 
 #include <pugixml.hpp>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -46,6 +47,16 @@ using TLMasterClipPaths = std::map<std::string, pugi::xml_node, std::less<>>;
 class TLFCPProjectController
 {
 public:
+    // How projects are parsed: comments, processing instructions, the XML
+    // declaration and the document type are kept, so that a saved project
+    // gives them back; the document type is only kept as text, so neither
+    // internal entity declarations nor external entities are ever expanded
+    // or fetched. Whitespace that is all an element holds is kept (it is
+    // that element's text); whitespace between elements is not.
+    static constexpr unsigned int parseOptions = pugi::parse_default | pugi::parse_declaration
+                                                 | pugi::parse_doctype | pugi::parse_comments | pugi::parse_pi
+                                                 | pugi::parse_ws_pcdata_single;
+
     // A controller holding an empty document, no clips and an empty table.
     explicit TLFCPProjectController(TLProjectSources sources = {});
     ~TLFCPProjectController();
@@ -106,6 +117,10 @@ public:
     // handle when none matches or `type` is not a plain element name.
     pugi::xml_node nodeWithUUID(std::string_view uuid, std::string_view type) const;
 
+    // Every bin element whose own uuid child has exactly the text `uuid`, in
+    // document order: the first is nodeWithUUID(uuid, "bin").
+    std::vector<pugi::xml_node> binsWithUUID(std::string_view uuid) const;
+
     // Removes `element` and everything in it from the document, keeping the
     // uuid lookups of nodeWithUUID up to date and dropping the clips and
     // master-clip paths that stood inside it (their handles would dangle).
@@ -137,8 +152,20 @@ public:
     void collectClipsAndMasterClipPaths();
 
     // The parsed project, or null when the last load left no document.
-    pugi::xml_document *xmlDoc() { return m_document.get(); }
-    const pugi::xml_document *xmlDoc() const { return m_document.get(); }
+    pugi::xml_document *xmlDoc();
+    const pugi::xml_document *xmlDoc() const;
+    // Whether the text of the project began with a byte-order mark.
+    bool hasByteOrderMark() const { return m_hasByteOrderMark; }
+
+    // Takes a change of the document that is already decided (a save has
+    // written the project as it will be) but need not be made until the
+    // tree is looked at again: the first call of any member below or above
+    // that reads or changes the document, its clips or its table makes it,
+    // on whichever thread that is, while other threads that ask wait. So a
+    // save that ends the program never pays for it. A new load or document
+    // drops a change not made yet; so does the controller's end. `change`
+    // may call this controller.
+    void deferChange(std::function<void()> change);
     // Replaces the document; null leaves the controller without one.
     void setXmlDoc(std::unique_ptr<pugi::xml_document> document);
     // Replaces the document with an empty xmeml document: a lone root
@@ -150,17 +177,36 @@ public:
     // The project's clip elements. A load does not change them: they keep
     // referring to the previous document, which stays alive for them, until
     // the next setClips.
-    const TLXMLNodeList &clips() const { return m_clips; }
+    const TLXMLNodeList &clips() const
+    {
+        makeDeferredChange();
+        return m_clips;
+    }
     // Takes nodes of the current document.
     void setClips(TLXMLNodeList clips);
 
     // The master-clip path table; like clips(), it keeps referring to the
     // document it was set for until the next setMasterClipPaths.
-    const TLMasterClipPaths &masterClipPaths() const { return m_masterClipPaths; }
+    const TLMasterClipPaths &masterClipPaths() const
+    {
+        makeDeferredChange();
+        return m_masterClipPaths;
+    }
     // Takes elements of the current document.
     void setMasterClipPaths(TLMasterClipPaths masterClipPaths);
 
 private:
+    void makeDeferredChange() const
+    {
+        if (m_hasDeferredChange.load(std::memory_order_acquire))
+            makeDeferredChangeNow();
+    }
+    void makeDeferredChangeNow() const;
+    void dropDeferredChange();
+    // Lets go of the document (and anything deferred for it) before a new
+    // one is parsed, so that two large projects are never held at once.
+    void dropDocument();
+    void adoptDocument(std::shared_ptr<pugi::xml_document> document, bool hasByteOrderMark);
     // Parses UTF-8 text as the new document (none when not well-formed);
     // false, with the document unchanged, only when memory runs out.
     bool replaceDocumentWithText(std::string text);
@@ -168,6 +214,11 @@ private:
 
     TLProjectSources m_sources;
     std::shared_ptr<pugi::xml_document> m_document;
+    bool m_hasByteOrderMark = false;
+    // Recursive: the change itself calls members that check for it.
+    mutable std::recursive_mutex m_deferredChangeMutex;
+    mutable std::function<void()> m_deferredChange;
+    mutable std::atomic<bool> m_hasDeferredChange{false};
     // The documents clips and table were taken from, kept alive for them.
     std::shared_ptr<pugi::xml_document> m_clipsDocument;
     std::shared_ptr<pugi::xml_document> m_masterClipPathsDocument;

@@ -82,46 +82,49 @@ bool canTakeBins(MyDocument &document, const std::string &path, std::ostream &er
     return false;
 }
 
-// Regular bins get a new identifier at every save, so a top-level one is
-// added again beside the one an earlier sort wrote. Worth a word when the
-// project already holds a bin of that name at its top.
-void noteRepeatedRegularBins(MyDocument &document, std::ostream &err)
+bool isAmong(const TLNodeList &nodes, const TLBinNodePtr &node)
+{
+    return std::find(nodes.begin(), nodes.end(), node) != nodes.end();
+}
+
+// The project's top-level bin names before the save.
+std::vector<std::string> topLevelBinNames(MyDocument &document)
 {
     const auto controller = document.mediaController();
+    return controller ? controller->stringValuesForQuery("./xmeml[1]/project[1]/children[1]/bin/name")
+                      : std::vector<std::string>();
+}
+
+// Regular bins get a new identifier at every save, so a top-level one is
+// added again beside the one an earlier sort wrote. Worth a word when the
+// project already held a bin of that name at its top and this save wrote
+// the new one.
+void noteRepeatedRegularBins(MyDocument &document, const std::vector<std::string> &namesBefore, std::ostream &err)
+{
     const auto tree = document.dataArray();
-    if (!controller || !tree)
+    if (!tree)
         return;
-    const auto existing = controller->stringValuesForQuery("./xmeml[1]/project[1]/children[1]/bin/name");
+    const TLNodeList leftOut = document.binsLeftOutOfLastMerge();
     for (const auto &node : *tree) {
-        if (!node || node->kind() != TLBinNodeKind::regularBin)
+        if (!node || node->kind() != TLBinNodeKind::regularBin || isAmong(leftOut, node))
             continue;
-        if (std::find(existing.begin(), existing.end(), node->binName()) == existing.end())
+        if (std::find(namesBefore.begin(), namesBefore.end(), node->binName()) == namesBefore.end())
             continue;
         err << "corvale: note: regular bins get a new identifier at every save, so the project now holds "
             << CliText::quoted(node->binName()) << " once more\n";
     }
 }
 
-// The merge leaves out a bin whose text is not well-formed XML (a name
-// holding "&" or "<", or clips of its earlier self whose text holds them,
-// which the merge copies bare); the document only logs it. The next opening
-// drops such a bin from the tree, so the user hears of it now.
+// The merge writes a bin's name as it stands, so a name holding "&" or "<"
+// that does not read as XML leaves its bin out; the document only logs it.
+// The next opening drops such a bin from the tree, so the user hears of it
+// now.
 void noteBinsLeftOut(MyDocument &document, std::ostream &err)
 {
-    const auto controller = document.mediaController();
-    const auto tree = document.dataArray();
-    if (!controller || !tree)
-        return;
-    // Merged bins land among the project's own children, never deeper.
-    const auto written = controller->stringValuesForQuery("./xmeml[1]/project[1]/children[1]/bin/uuid[1]");
-    const std::unordered_set<std::string> uuids(written.begin(), written.end());
-    for (const auto &node : *tree) {
-        const auto uuid = node ? node->uuid() : std::nullopt;
-        if (!uuid || uuids.contains(*uuid))
-            continue;
+    for (const auto &node : document.binsLeftOutOfLastMerge()) {
         err << "corvale: note: the bin " << CliText::quoted(node->binName())
-            << " could not be merged into the project (its text is not well-formed XML) and will be gone when the "
-               "project is next opened\n";
+            << " could not be merged into the project (its name holds \"&\" or \"<\" and is not well-formed "
+               "XML) and will be gone when the project is next opened\n";
     }
 }
 
@@ -186,11 +189,12 @@ int runSort(const CliSortOptions &options, std::ostream &out, std::ostream &err)
         return CliCommandLine::success;
     }
     const std::string target = options.output().empty() ? options.project() : options.output();
-    noteRepeatedRegularBins(document, err);
+    const std::vector<std::string> namesBefore = topLevelBinNames(document);
     if (!document.writeToURLOnThread(MyDocumentSaveRequest{target, 0})) {
         printReason(err, "cannot write " + target + "; the project and its settings are unchanged");
         return CliCommandLine::failure;
     }
+    noteRepeatedRegularBins(document, namesBefore, err);
     noteBinsLeftOut(document, err);
     return CliCommandLine::success;
 }

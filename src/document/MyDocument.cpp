@@ -11,6 +11,7 @@
 #include "TLLocalPaths.h"
 #include "TLLog.h"
 #include "TLMediaItem.h"
+#include "TLProjectWriter.h"
 #include "TLPropertyList.h"
 #include "TLSmartBin.h"
 #include "TLSmartBinParser.h"
@@ -80,7 +81,12 @@ bool holdsOnlyASequence(const TLFCPProjectController &controller)
     const pugi::xml_document *document = controller.xmlDoc();
     if (!document)
         return false;
-    return std::string_view(document->document_element().first_child().name()) == "sequence";
+    // An exporter's comment or processing instruction ahead of the sequence
+    // changes nothing about what the file holds.
+    pugi::xml_node first = document->document_element().first_child();
+    while (first.type() == pugi::node_comment || first.type() == pugi::node_pi)
+        first = first.next_sibling();
+    return std::string_view(first.name()) == "sequence";
 }
 
 // Lists for the log are kept to one short line: a tree with large smart bins
@@ -267,75 +273,6 @@ TLNodeList restoredTopLevel(const TLNodeList &saved, const UUIDSet &uuids, const
     return restored;
 }
 
-// Hands pugixml's output to the file as it is printed: a large project is
-// never held as text beside its tree.
-class SinkWriter final : public pugi::xml_writer
-{
-public:
-    explicit SinkWriter(const TLAtomicFile::Sink &sink) : m_sink(sink) {}
-    void write(const void *data, size_t size) override
-    {
-        m_ok = m_ok && m_sink(std::string_view(static_cast<const char *>(data), size));
-    }
-    bool ok() const { return m_ok; }
-
-private:
-    const TLAtomicFile::Sink &m_sink;
-    bool m_ok = true;
-};
-
-// Most tabs an element may take on average before indenting is given up.
-constexpr std::uint64_t maximumAverageIndentation = 64;
-
-// Whether one tab per level keeps the text within a small multiple of the
-// tree. Indentation grows with the square of the nesting: a project nested
-// 100,000 deep would take 10 GB of tabs, filling the disk and never ending,
-// so such a tree is written without line breaks instead. Walks the tree
-// without recursion, as it may be that deep.
-bool indentationStaysSmall(const pugi::xml_document &document)
-{
-    std::uint64_t elements = 0;
-    std::uint64_t tabs = 0;
-    std::uint64_t depth = 0;
-    pugi::xml_node node = document.first_child();
-    while (node) {
-        if (node.type() == pugi::node_element) {
-            ++elements;
-            tabs += depth;
-        }
-        if (node.first_child()) {
-            node = node.first_child();
-            ++depth;
-            continue;
-        }
-        while (node != document && !node.next_sibling()) {
-            node = node.parent();
-            --depth;
-        }
-        node = node == document ? pugi::xml_node() : node.next_sibling();
-    }
-    return tabs <= maximumAverageIndentation * elements;
-}
-
-// The project as indented text, one element to a line, with a UTF-8
-// declaration and the document type Final Cut Pro expects. Declarations and
-// document types already in the tree are replaced by these.
-bool printPretty(const pugi::xml_document &document, const TLAtomicFile::Sink &sink)
-{
-    std::string header = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-    if (const pugi::xml_node root = document.document_element())
-        header += "<!DOCTYPE " + std::string(root.name()) + ">\n";
-    SinkWriter writer(sink);
-    writer.write(header.data(), header.size());
-    const unsigned int format = indentationStaysSmall(document) ? pugi::format_indent : pugi::format_raw;
-    for (const pugi::xml_node &node : document.children()) {
-        if (node.type() == pugi::node_declaration || node.type() == pugi::node_doctype)
-            continue;
-        node.print(writer, "\t", format, pugi::encoding_utf8);
-    }
-    return writer.ok();
-}
-
 } // namespace
 
 // ---- Life cycle and state ----
@@ -504,11 +441,9 @@ bool MyDocument::storeSettingsForProject(const std::string &projectPath)
     if (!archive)
         return false;
     // The dictionary is written as XML, as macOS writes it; the archive
-    // inside stays binary data.
-    TLPropertyList settings = TLPropertyList::newDictionary();
-    if (!settings.setDataForKey(settingsDataKey, *archive))
-        return false;
-    const std::string failure = settings.writeToFile(*settingsPath, TLPropertyList::Format::XML);
+    // inside stays binary data, streamed into the file rather than copied.
+    const std::string failure =
+        TLPropertyList::writeDataDictionaryToFile(*settingsPath, settingsDataKey, *archive);
     if (!failure.empty()) {
         TLLog::appendLog("Cannot store the settings: %@", failure);
         return false;
@@ -612,15 +547,24 @@ bool MyDocument::writeToURLOnThread(const MyDocumentSaveRequest &request)
 std::string MyDocument::writeProjectFile(const std::string &path)
 {
     try {
-        addBinsToXML();
+        TLProjectMerge merge = planMerge();
         const std::shared_ptr<TLFCPProjectController> controller = mediaController();
         if (!controller || !controller->xmlDoc())
             return "There is no project to write.";
         onMainThread([this] { view().updateProgressLabel("Writing file..."); });
         const pugi::xml_document &project = *controller->xmlDoc();
-        return TLAtomicFile::writeWith(path, [&project](const TLAtomicFile::Sink &sink) {
-            return printPretty(project, sink);
+        const bool byteOrderMark = controller->hasByteOrderMark();
+        const std::string failure = TLAtomicFile::writeWith(path, [&](const TLAtomicFile::Sink &sink) {
+            return TLProjectWriter::write(project, merge, byteOrderMark, sink);
         });
+        // The file now holds the merged project, and so will the tree once
+        // anything looks at it again: the new bins become elements of the
+        // tree only then, so a save that ends the program never copies its
+        // clips. Written or not, the tree is merged, as the save's merge
+        // happens before the write.
+        TLFCPProjectController *merged = controller.get();
+        controller->deferChange([merged, merge = std::move(merge)] { merge.applyTo(*merged); });
+        return failure;
     } catch (const std::exception &exception) {
         TLException::logException(exception, "MyDocument::writeToURLOnThread");
         return exception.what();

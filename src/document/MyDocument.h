@@ -5,6 +5,7 @@
 #include "MyDocumentView.h"
 #include "TLBinNode.h"
 #include "TLFCPProjectController.h"
+#include "TLProjectMerge.h"
 #include "TLMainThread.h"
 #include "TLSmartBin.h"
 #include "TLSmartRangeItem.h"
@@ -195,6 +196,11 @@ public:
     // clips and master-clip table are collected again from the merged
     // document, since removed bins may have held some of them.
     void addBinsToXML();
+
+    // The top-level nodes whose bins the last merge (a save's or
+    // addBinsToXML's) left out because their text did not parse: a name
+    // holding "&" or "<" that does not read as XML. Empty before any merge.
+    TLNodeList binsLeftOutOfLastMerge() const;
 
     // The send command: starts sendToFCPOnThread on a thread of its own and
     // returns at once. Sends are not serialised: one started while another
@@ -465,6 +471,11 @@ private:
     std::shared_ptr<TLPremiereBridge> premiereBridge() const;
     void runSendSteps();
     void sendToPremiere(const std::string &projectPath);
+    // Decides the merge of the tree into the project without making it,
+    // with every lasting effect of generation (identifiers, "replaceoradd"),
+    // and records the bins it leaves out.
+    TLProjectMerge planMerge();
+    TLNodeList m_binsLeftOut; // guarded by m_stateMutex
 
     // MyDocumentCommands.cpp: the open sheet's lists (only one sheet is open
     // at a time, and opening any sheet clears them all), the count of running

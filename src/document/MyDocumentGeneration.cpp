@@ -8,9 +8,12 @@
 #include "TLLog.h"
 #include "TLUUID.h"
 #include "TLXMLParser.h"
+#include "TLXMLWriter.h"
+#include "TLProjectWriter.h"
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <filesystem>
@@ -66,21 +69,21 @@ void setElementText(pugi::xml_node element, std::string_view text)
     element.append_child(pugi::node_pcdata).set_value(text.data(), text.size());
 }
 
-std::string serialised(pugi::xml_node node, unsigned int flags, const char *indent = "")
-{
-    std::string text;
-    StringAppender appender(text);
-    node.print(appender, indent, flags, pugi::encoding_utf8);
-    return text;
-}
+// How a bin text is meant to be read. The text sent to Final Cut Pro keeps
+// the carried-over text of earlier bins bare and the clips as the XML
+// library prints them; a bin text that is parsed back into the project
+// must read back as exactly the texts it was made of, so its carried-over
+// text is escaped and its clips are written with every character a parser
+// would normalise as a reference.
+enum class BinTextUse { send, merge };
 
 // Appends the bin elements of nodes to one growing text. The controller may
 // be null (nothing earlier, no clips).
 class BinWriter
 {
 public:
-    BinWriter(const TLFCPProjectController *controller, std::string &output)
-        : m_controller(controller), m_output(output)
+    BinWriter(const TLFCPProjectController *controller, std::string &output, BinTextUse use = BinTextUse::send)
+        : m_controller(controller), m_output(output), m_use(use)
     {
     }
 
@@ -103,8 +106,20 @@ public:
         m_output += "</name><children>";
         const std::string earlierText = earlierChildrenText(earlier);
         writeChildren(node);
-        m_output += earlierText;
+        m_output += m_use == BinTextUse::merge ? TLXMLWriter::escapedText(earlierText) : earlierText;
         m_output += "</children></bin>";
+    }
+
+    // The bare text of the earlier bin's children. Its updatebehavior is set
+    // in the project document first, so a later save keeps "replaceoradd".
+    static std::string earlierChildrenText(pugi::xml_node earlier)
+    {
+        const pugi::xml_node children = earlier.child("children");
+        if (!children)
+            return {};
+        if (const pugi::xml_node behavior = children.child("updatebehavior"))
+            setElementText(behavior, replaceOrAdd);
+        return TLXMLParser::stringValue(pugi::xpath_node(children));
     }
 
 private:
@@ -130,6 +145,12 @@ private:
         if (!m_controller)
             return;
         StringAppender appender(m_output);
+        TLXMLWriter mergeWriter(
+            [this](std::string_view bytes) {
+                m_output.append(bytes);
+                return true;
+            },
+            TLXMLWriter::Layout::raw);
         for (const TLBinNodePtr &child : *node.children()) {
             if (child->kind() != TLBinNodeKind::mediaItem)
                 continue;
@@ -138,31 +159,24 @@ private:
             if (!clip)
                 continue;
             MyDocument::setUpdateBehavior(replaceOrAdd, clip);
-            clip.print(appender, "", pugi::format_raw, pugi::encoding_utf8);
+            if (m_use == BinTextUse::send) {
+                clip.print(appender, "", pugi::format_raw, pugi::encoding_utf8);
+                continue;
+            }
+            mergeWriter.writeNode(clip);
+            mergeWriter.finish();
         }
     }
 
-public:
-    // The bare text of the earlier bin's children. Its updatebehavior is set
-    // in the project document first, so a later save keeps "replaceoradd".
-    static std::string earlierChildrenText(pugi::xml_node earlier)
-    {
-        const pugi::xml_node children = earlier.child("children");
-        if (!children)
-            return {};
-        if (const pugi::xml_node behavior = children.child("updatebehavior"))
-            setElementText(behavior, replaceOrAdd);
-        return TLXMLParser::stringValue(pugi::xpath_node(children));
-    }
-
-private:
     const TLFCPProjectController *m_controller;
     std::string &m_output;
+    BinTextUse m_use;
 };
 
-// Text that parses back to itself as character data: nothing that could
-// start markup or a reference, end a CDATA section, or that the parser
-// would normalise (carriage returns) or refuse (control characters).
+// Text that a bin text holds as it stands and that parses back to itself:
+// nothing that could start markup or a reference, end a CDATA section, or
+// that the parser would normalise (carriage returns) or refuse (control
+// characters).
 bool isPlainText(std::string_view text)
 {
     for (const char character : text) {
@@ -174,25 +188,19 @@ bool isPlainText(std::string_view text)
     return text.find("]]>") == std::string_view::npos;
 }
 
-bool isWhitespaceOnly(std::string_view text)
-{
-    return text.find_first_not_of(" \t\n\r") == std::string_view::npos;
-}
-
-// Builds bin elements straight into the project document, node for node
-// what parsing BinWriter's text would give, without the text: clips are
-// copied within the document, where pugixml shares their strings, so a
-// merge of a large project costs nodes rather than a text of hundreds of
-// megabytes and its parse. A bin whose own texts hold markup cannot be built
-// this way (only parsing shows what such a name becomes) and is reported
-// as not plain, for the caller to take the text road.
-class BinBuilder
+// Describes each bin of a merge without writing it: its texts and the
+// project's clip elements it will hold, with the same lasting effects as
+// writing its text (identifiers given out, "replaceoradd" set on the clips
+// and on earlier bins' children). A bin whose own uuid or name is not plain
+// text cannot be described this way, since only parsing shows what such a
+// name becomes; it is reported, for the caller to take the text road.
+class BinPlanner
 {
 public:
-    explicit BinBuilder(const TLFCPProjectController &controller) : m_controller(controller) {}
+    explicit BinPlanner(const TLFCPProjectController &controller) : m_controller(controller) {}
 
-    // Appends the node's bin to `parent`; false when a text of it is not plain.
-    bool buildBin(TLBinNode &node, pugi::xml_node parent)
+    // Fills `bin` for the node; false when a text of it is not plain.
+    bool planBin(TLBinNode &node, TLMergedBin &bin)
     {
         pugi::xml_node earlier;
         std::optional<std::string> uuid = node.uuid();
@@ -202,53 +210,28 @@ public:
             uuid = TLUUID::generateUUID();
             node.setUuid(uuid);
         }
-        pugi::xml_node bin = parent.append_child("bin");
-        bool plain = appendTextElement(bin, "uuid", *uuid);
-        appendTextElement(bin, "updatebehavior", replaceOrAdd);
-        plain = appendTextElement(bin, "name", node.binName()) && plain;
-        pugi::xml_node children = bin.append_child("children");
-        const std::string earlierText = BinWriter::earlierChildrenText(earlier);
-        plain = buildChildren(node, children) && plain;
-        return appendText(children, earlierText) && plain;
+        bin.uuid = *uuid;
+        bin.name = node.binName();
+        bool plain = isPlainText(bin.uuid) && isPlainText(bin.name);
+        bin.carriedText = BinWriter::earlierChildrenText(earlier);
+        switch (node.kind()) {
+        case TLBinNodeKind::regularBin:
+            for (const TLBinNodePtr &child : *node.children())
+                plain = planBin(*child, bin.bins.emplace_back()) && plain;
+            break;
+        case TLBinNodeKind::smartBin:
+        case TLBinNodeKind::smartRangeItem:
+            collectClips(node, bin.clips);
+            break;
+        case TLBinNodeKind::binRangeItem:
+        case TLBinNodeKind::mediaItem:
+            break;
+        }
+        return plain;
     }
 
 private:
-    static bool appendText(pugi::xml_node element, std::string_view text)
-    {
-        if (!isPlainText(text))
-            return false;
-        // The parser drops text that is only white space; so does this.
-        if (!isWhitespaceOnly(text))
-            element.append_child(pugi::node_pcdata).set_value(std::string(text).c_str());
-        return true;
-    }
-
-    static bool appendTextElement(pugi::xml_node parent, const char *name, std::string_view text)
-    {
-        return appendText(parent.append_child(name), text);
-    }
-
-    bool buildChildren(TLBinNode &node, pugi::xml_node children)
-    {
-        switch (node.kind()) {
-        case TLBinNodeKind::regularBin: {
-            bool plain = true;
-            for (const TLBinNodePtr &child : *node.children())
-                plain = buildBin(*child, children) && plain;
-            return plain;
-        }
-        case TLBinNodeKind::smartBin:
-        case TLBinNodeKind::smartRangeItem:
-            copyClips(node, children);
-            return true;
-        case TLBinNodeKind::binRangeItem:
-        case TLBinNodeKind::mediaItem:
-            return true;
-        }
-        return true;
-    }
-
-    void copyClips(const TLBinNode &node, pugi::xml_node children)
+    void collectClips(const TLBinNode &node, std::vector<pugi::xml_node> &clips)
     {
         for (const TLBinNodePtr &child : *node.children()) {
             if (child->kind() != TLBinNodeKind::mediaItem)
@@ -258,12 +241,49 @@ private:
             if (!clip)
                 continue;
             MyDocument::setUpdateBehavior(replaceOrAdd, clip);
-            children.append_copy(clip);
+            clips.push_back(clip);
         }
     }
 
     const TLFCPProjectController &m_controller;
 };
+
+bool isWithinAny(pugi::xml_node node, const std::vector<pugi::xml_node> &ancestors)
+{
+    for (; node; node = node.parent()) {
+        if (std::find(ancestors.begin(), ancestors.end(), node) != ancestors.end())
+            return true;
+    }
+    return false;
+}
+
+// The earlier bin element that a top-level node's bin replaces: the first
+// bin of its identifier that is not inside one of the elements `replaced`
+// already (removing those takes it along). Logs "bin: ..." with what was
+// found. Nodes without an identifier field (regular bins) replace nothing.
+pugi::xml_node earlierBinToReplace(const TLBinNodePtr &node, const TLFCPProjectController &controller,
+                                   const std::vector<pugi::xml_node> &replaced)
+{
+    const std::optional<std::string> uuid = node && node->hasUuid() ? node->uuid() : std::nullopt;
+    if (!node || !node->hasUuid())
+        return {};
+    pugi::xml_node earlier;
+    if (uuid) {
+        for (const pugi::xml_node &bin : controller.binsWithUUID(*uuid)) {
+            if (!isWithinAny(bin, replaced)) {
+                earlier = bin;
+                break;
+            }
+        }
+    }
+    if (!earlier) {
+        TLLog::appendLog("bin: %@", nullptr);
+        return {};
+    }
+    // The element itself may hold thousands of clips: name it, don't print it.
+    TLLog::appendLog("bin: <bin> %@ (%@)", TLXMLParser::nameForNode(earlier, true), *uuid);
+    return earlier;
+}
 
 bool isReferenceName(std::string_view name)
 {
@@ -327,26 +347,26 @@ std::optional<std::string> looseMarkupProblem(std::string_view text)
     return std::nullopt;
 }
 
-// One bin text parsed on its own; nullopt (after logging why) when it is not
+// One bin text parsed on its own; null (after logging why) when it is not
 // exactly one well-formed element.
-std::optional<pugi::xml_document> parsedBin(const std::string &text)
+std::shared_ptr<pugi::xml_document> parsedBin(const std::string &text)
 {
     if (const std::optional<std::string> problem = looseMarkupProblem(text)) {
         TLLog::appendLog("Error creating bin: %@", *problem);
-        return std::nullopt;
+        return nullptr;
     }
-    std::optional<pugi::xml_document> bin(std::in_place);
+    auto bin = std::make_shared<pugi::xml_document>();
     const pugi::xml_parse_result result =
-        bin->load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+        bin->load_buffer(text.data(), text.size(), TLFCPProjectController::parseOptions, pugi::encoding_utf8);
     if (!result) {
         TLLog::appendLog("Error creating bin: %@",
                          problemAt(result.description(), static_cast<std::size_t>(result.offset)));
-        return std::nullopt;
+        return nullptr;
     }
     // A name holding markup can close the bin early and open another one.
     if (bin->first_child() != bin->last_child()) {
         TLLog::appendLog("Error creating bin: %@", "Text after the bin element");
-        return std::nullopt;
+        return nullptr;
     }
     return bin;
 }
@@ -405,20 +425,26 @@ pugi::xml_node MyDocument::setUpdateBehavior(std::string_view behavior, pugi::xm
 void MyDocument::removeXMLElementAndChildren(const TLBinNodePtr &node)
 {
     const std::shared_ptr<TLFCPProjectController> controller = mediaController();
-    if (!node || !node->hasUuid() || !controller)
+    if (!node || !controller)
         return;
-    const std::optional<std::string> uuid = node->uuid();
-    const pugi::xml_node earlier = uuid ? controller->nodeWithUUID(*uuid, binType) : pugi::xml_node();
-    if (!earlier) {
-        TLLog::appendLog("bin: %@", nullptr);
-        return;
-    }
-    // The element itself may hold thousands of clips: name it, don't print it.
-    TLLog::appendLog("bin: <bin> %@ (%@)", TLXMLParser::nameForNode(earlier, true), *uuid);
-    controller->detachNode(earlier);
+    if (const pugi::xml_node earlier = earlierBinToReplace(node, *controller, {}))
+        controller->detachNode(earlier);
 }
 
 void MyDocument::addBinsToXML()
+{
+    const TLProjectMerge merge = planMerge();
+    if (const std::shared_ptr<TLFCPProjectController> controller = mediaController())
+        merge.applyTo(*controller);
+}
+
+TLNodeList MyDocument::binsLeftOutOfLastMerge() const
+{
+    const std::lock_guard lock(m_stateMutex);
+    return m_binsLeftOut;
+}
+
+TLProjectMerge MyDocument::planMerge()
 {
     TLLog::appendLog("Adding bins to XML...");
     std::shared_ptr<TLFCPProjectController> controller = mediaController();
@@ -431,41 +457,35 @@ void MyDocument::addBinsToXML()
 
     const TLNodeListPtr bins = dataArray();
     const TLNodeList topLevel = bins ? *bins : TLNodeList();
-    pugi::xml_document &project = *controller->xmlDoc();
-    // Every bin is made before anything is removed: making them reads the
-    // earlier bins that the removals take away, and copies clips that may
-    // stand inside them. They wait outside the root element meanwhile, where
-    // no query of the project reaches; the uuid lookup of bins is made before
-    // the first of them exists, so that neither the earlier-bin lookups nor
-    // the removals below can take one of them for an earlier bin.
-    controller->prepareBinLookups();
-    pugi::xml_node staging = project.append_child("staging");
-    BinBuilder builder(*controller);
+    TLProjectMerge merge;
+    TLNodeList leftOut;
+    BinPlanner planner(*controller);
     for (const TLBinNodePtr &node : topLevel) {
-        if (builder.buildBin(*node, staging))
+        TLMergedBin bin;
+        if (planner.planBin(*node, bin)) {
+            merge.bins.push_back(std::move(bin));
             continue;
-        staging.remove_child(staging.last_child());
-        if (std::optional<pugi::xml_document> bin = parsedBin(generateXMLForObjectAndChildren(node)))
-            staging.append_copy(bin->document_element());
+        }
+        std::string text;
+        BinWriter(controller.get(), text, BinTextUse::merge).writeBin(*node);
+        if (std::shared_ptr<pugi::xml_document> parsed = parsedBin(text)) {
+            TLMergedBin parsedBin;
+            parsedBin.parsed = std::move(parsed);
+            merge.bins.push_back(std::move(parsedBin));
+            continue;
+        }
+        leftOut.push_back(node);
     }
-    const auto collected = [&controller] {
-        return controller->clips().size() + controller->masterClipPaths().size();
-    };
-    const std::size_t collectedBefore = collected();
-    for (const TLBinNodePtr &node : topLevel)
-        removeXMLElementAndChildren(node);
-    // Clips that stood only in the removed bins now live on as the copies in
-    // the new ones; those are what a later save must find.
-    const bool clipsWentWithRemovedBins = collected() != collectedBefore;
-
-    if (pugi::xml_node target = controller->firstNodeForQuery(projectChildrenQuery).node()) {
-        while (pugi::xml_node bin = staging.first_child())
-            target.append_move(bin);
+    for (const TLBinNodePtr &node : topLevel) {
+        if (const pugi::xml_node earlier = earlierBinToReplace(node, *controller, merge.replaced))
+            merge.replaced.push_back(earlier);
     }
-    project.remove_child(staging);
-    controller->documentDidChange();
-    if (clipsWentWithRemovedBins)
-        controller->collectClipsAndMasterClipPaths();
+    merge.target = controller->firstNodeForQuery(projectChildrenQuery).node();
+    {
+        const std::lock_guard lock(m_stateMutex);
+        m_binsLeftOut = std::move(leftOut);
+    }
+    return merge;
 }
 
 void MyDocument::sendToFCP()
@@ -544,8 +564,12 @@ void MyDocument::sendToPremiere(const std::string &projectPath)
     if (projectPath.empty() || !controller || !controller->xmlDoc())
         return;
     const std::string outputPath = premiereOutputPath(projectPath);
-    const std::string contents = serialised(*controller->xmlDoc(), pugi::format_default, "\t");
-    if (!TLAtomicFile::writeContents(outputPath, contents).empty())
+    const pugi::xml_document &project = *controller->xmlDoc();
+    const bool byteOrderMark = controller->hasByteOrderMark();
+    const std::string failure = TLAtomicFile::writeWith(outputPath, [&](const TLAtomicFile::Sink &sink) {
+        return TLProjectWriter::write(project, TLProjectMerge{}, byteOrderMark, sink);
+    });
+    if (!failure.empty())
         return;
     premiereBridge()->openFCPXML(outputPath);
     std::this_thread::sleep_for(premiereReadingTime);
