@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr double MaximumTimeRatio = 0.35;   // of xmllint --noout's wall time
+constexpr double MaximumTimeRatio = 0.2;    // of xmllint --noout's wall time
 constexpr double MaximumMemoryRatio = 3.5;  // of the file size
 
 using bench::ChildRun;
@@ -118,7 +118,7 @@ void printMeasurements(const LoadRun &load, const ChildRun &reference)
 
 void printTargets(double fileBytes, const LoadRun &load, const ChildRun &reference)
 {
-    const char *timeTarget = "load time <= 0.35 x xmllint --noout";
+    const char *timeTarget = "load time <= 0.2 x xmllint --noout";
     std::printf("\n  %-48s %12s %12s  %s\n", "target", "limit", "measured", "result");
     if (reference.succeeded) {
         const double limit = MaximumTimeRatio * reference.seconds;

@@ -115,7 +115,7 @@ Parse parseBytes(Bytes bytes, pugi::xml_encoding encoding)
     const bool hasByteOrderMark = startsWithByteOrderMark(bytes);
     auto document = std::make_shared<pugi::xml_document>();
     const auto result = document->load_buffer_inplace_own(bytes.block.release(), bytes.size,
-                                                          TLFCPProjectController::parseOptions, encoding);
+                                                          TLXMLParser::projectParseOptions, encoding);
     if (result)
         return {std::move(document), {}, hasByteOrderMark};
     return {nullptr, TLFormat::stringWithFormat("%@ at offset %li", result.description(),

@@ -47,16 +47,6 @@ using TLMasterClipPaths = std::map<std::string, pugi::xml_node, std::less<>>;
 class TLFCPProjectController
 {
 public:
-    // How projects are parsed: comments, processing instructions, the XML
-    // declaration and the document type are kept, so that a saved project
-    // gives them back; the document type is only kept as text, so neither
-    // internal entity declarations nor external entities are ever expanded
-    // or fetched. Whitespace that is all an element holds is kept (it is
-    // that element's text); whitespace between elements is not.
-    static constexpr unsigned int parseOptions = pugi::parse_default | pugi::parse_declaration
-                                                 | pugi::parse_doctype | pugi::parse_comments | pugi::parse_pi
-                                                 | pugi::parse_ws_pcdata_single;
-
     // A controller holding an empty document, no clips and an empty table.
     explicit TLFCPProjectController(TLProjectSources sources = {});
     ~TLFCPProjectController();

@@ -357,7 +357,7 @@ std::shared_ptr<pugi::xml_document> parsedBin(const std::string &text)
     }
     auto bin = std::make_shared<pugi::xml_document>();
     const pugi::xml_parse_result result =
-        bin->load_buffer(text.data(), text.size(), TLFCPProjectController::parseOptions, pugi::encoding_utf8);
+        bin->load_buffer(text.data(), text.size(), TLXMLParser::projectParseOptions, pugi::encoding_utf8);
     if (!result) {
         TLLog::appendLog("Error creating bin: %@",
                          problemAt(result.description(), static_cast<std::size_t>(result.offset)));

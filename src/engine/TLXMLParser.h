@@ -30,6 +30,16 @@ using TLXMLNodeList = std::vector<pugi::xpath_node>;
 class TLXMLParser
 {
 public:
+    // How project text is parsed: comments, processing instructions, the
+    // XML declaration and the document type are kept, so that a saved
+    // project gives them back; the document type is only kept as text, so
+    // neither internal entity declarations nor external entities are ever
+    // expanded or fetched. Whitespace that is all an element holds is kept
+    // (it is that element's text); whitespace between elements is not.
+    static constexpr unsigned int projectParseOptions = pugi::parse_default | pugi::parse_declaration
+                                                        | pugi::parse_doctype | pugi::parse_comments
+                                                        | pugi::parse_pi | pugi::parse_ws_pcdata_single;
+
     // Escapes a query as the xmeml tools expect, working on UTF-16 code
     // units: units of 160 and above become "&#N;" (each half of a surrogate
     // pair on its own), a "&" becomes "&amp;" unless it starts "&amp;" before

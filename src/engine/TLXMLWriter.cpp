@@ -249,17 +249,16 @@ void TLXMLWriter::writeCData(std::string_view text)
     } while (!text.empty());
 }
 
-// "--" cannot stand inside a comment, nor "-" at its end: each such hyphen
-// is followed by a space.
+// A comment is given back as it was read, even a "--" that XML forbids
+// but the parser let through; only "-->" would end it early.
 void TLXMLWriter::writeComment(std::string_view text)
 {
     put("<!--");
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        put(text[index]);
-        const bool endsBadly = index + 1 == text.size() || text[index + 1] == '-';
-        if (text[index] == '-' && endsBadly)
-            put(' ');
+    for (std::size_t end; (end = text.find("-->")) != std::string_view::npos; text.remove_prefix(end + 3)) {
+        put(text.substr(0, end));
+        put("-- >");
     }
+    put(text);
     put("-->");
 }
 
