@@ -621,6 +621,12 @@ void TLFCPProjectController::setEmptyXMEMLDoc()
 {
     guarded("TLFCPProjectController::setEmptyXMEMLDoc", 0, [&] {
         auto document = std::make_unique<pugi::xml_document>();
+        // The prolog Final Cut Pro writes, so that a new document is
+        // written as one of its exports would be.
+        pugi::xml_node declaration = document->append_child(pugi::node_declaration);
+        declaration.append_attribute("version").set_value("1.0");
+        declaration.append_attribute("encoding").set_value("UTF-8");
+        document->append_child(pugi::node_doctype).set_value("xmeml");
         pugi::xml_node root = document->append_child("xmeml");
         root.append_attribute("version").set_value(m_sources.finalCutPro->maximumXMEMLVersion());
         setXmlDoc(std::move(document));

@@ -158,7 +158,8 @@ public:
     void deferChange(std::function<void()> change);
     // Replaces the document; null leaves the controller without one.
     void setXmlDoc(std::unique_ptr<pugi::xml_document> document);
-    // Replaces the document with an empty xmeml document: a lone root
+    // Replaces the document with an empty xmeml document: a UTF-8 XML
+    // declaration, the document type "xmeml" and a lone root
     // <xmeml version="N"/>, N being the Final Cut Pro bridge's
     // maximumXMEMLVersion. It has no project, so bins merged into it find no
     // place to go. Clips and table are left as they are (see clips()).

@@ -119,15 +119,16 @@ public:
     bool writeSafelyToURL(const std::string &path, std::string_view type, int saveOperation = 0);
 
     // One save, on the calling thread: shows the progress sheet ("Generating
-    // bin list...", then "Writing file..."), merges the bins into the
-    // project, writes it pretty-printed (UTF-8 declaration, document type,
-    // one element per line, tab indentation; a project nested so deep that
-    // its tabs would average more than 64 an element goes on one line
-    // instead) atomically to `request.url`,
-    // gives it the type code 'XML ' and creator 'KeyG' where the file
-    // system keeps them, stores the settings for the written file's name and
-    // marks the document clean. On a write error the sheet is hidden, the
-    // alert "Error writing file" with the reason is shown on the window and
+    // bin list...", then "Writing file..."), decides the merge of the bins
+    // into the project and writes the merged project atomically to
+    // `request.url` in one pass (TLProjectWriter: the file's own prolog,
+    // comments and texts given back, one element per line with tab
+    // indentation, the new bins written straight from the project's clips);
+    // the tree takes the merge when it is next looked at. Then gives the
+    // file the type code 'XML ' and creator 'KeyG' where the file system
+    // keeps them, stores the settings for the written file's name and marks
+    // the document clean. On a write error the sheet is hidden, the alert
+    // "Error writing file" with the reason is shown on the window and
     // neither the project file nor its settings change (false). True when
     // the project file was written.
     bool writeToURLOnThread(const MyDocumentSaveRequest &request);

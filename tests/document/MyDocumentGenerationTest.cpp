@@ -262,7 +262,7 @@ TEST(MyDocumentGenerationTest, MergeWithoutProjectChildrenAddsNothing)
     harness.document.setDataArray({reel("Reel 1")});
     harness.document.addBinsToXML();
     ASSERT_TRUE(harness.document.mediaController());
-    EXPECT_EQ(harness.projectText(), R"(<?xml version="1.0"?><xmeml version="5"/>)");
+    EXPECT_EQ(harness.projectText(), R"(<?xml version="1.0" encoding="UTF-8"?><!DOCTYPE xmeml><xmeml version="5"/>)");
 
     harness.load(R"(<xmeml version="5"><project/></xmeml>)");
     harness.document.addBinsToXML();
