@@ -158,11 +158,6 @@ void TLXMLWriter::openElement(std::string_view name, unsigned depth)
     put('>');
 }
 
-void TLXMLWriter::closeElement(std::string_view name, unsigned depth)
-{
-    endTag(name, depth);
-}
-
 void TLXMLWriter::emptyElement(std::string_view name, unsigned depth)
 {
     beforeMarkup(depth);
@@ -189,7 +184,7 @@ void TLXMLWriter::textElement(std::string_view name, std::string_view text, unsi
     closeElement(name, depth);
 }
 
-void TLXMLWriter::endTag(std::string_view name, unsigned depth)
+void TLXMLWriter::closeElement(std::string_view name, unsigned depth)
 {
     beforeMarkup(depth);
     put("</");
@@ -340,7 +335,7 @@ void TLXMLWriter::writeNode(pugi::xml_node node, unsigned depth, const Changes &
     const auto close = [&](pugi::xml_node element, unsigned level) {
         if (element == changes.appendTo && changes.appendsContent)
             changes.appendContent(*this, level + 1);
-        endTag(element.name(), level);
+        closeElement(element.name(), level);
     };
     const pugi::xml_node root = node;
     pugi::xml_node current = node;

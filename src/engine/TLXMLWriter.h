@@ -78,7 +78,6 @@ public:
 private:
     void beforeMarkup(unsigned depth);
     void startTag(pugi::xml_node element, unsigned depth);
-    void endTag(std::string_view name, unsigned depth);
     void writeLeaf(pugi::xml_node node, unsigned depth);
     void writeAttributes(pugi::xml_node node, bool isDeclaration);
     void writeEscaped(std::string_view text, bool inAttribute);
