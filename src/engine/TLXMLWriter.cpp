@@ -84,6 +84,19 @@ private:
     std::vector<const pugi::xml_node_struct *> m_nodes;
 };
 
+bool isWhitespaceOnly(std::string_view text)
+{
+    return text.find_first_not_of(" \t\n\r") == std::string_view::npos;
+}
+
+// Whitespace beside other nodes is indentation to a parser, which drops
+// it. Such a text can only have come from references ("&#32;"), and only
+// references bring it back.
+bool isStrayWhitespace(const pugi::xml_node &text)
+{
+    return isWhitespaceOnly(text.value()) && (text.previous_sibling() || text.next_sibling());
+}
+
 } // namespace
 
 TLXMLWriter::TLXMLWriter(Output output, Layout layout) : m_output(std::move(output)), m_layout(layout)
@@ -231,6 +244,14 @@ void TLXMLWriter::writeEscaped(std::string_view text, bool inAttribute)
     flushWhenFull();
 }
 
+void TLXMLWriter::writeWhitespaceAsReferences(std::string_view text)
+{
+    for (const char character : text)
+        put(character == ' ' ? std::string_view("&#32;") : referenceFor(static_cast<unsigned char>(character), m_number));
+    m_breakBeforeMarkup = false;
+    m_indentBeforeMarkup = false;
+}
+
 // "]]>" cannot stand inside a section: the ">" starts the next one.
 void TLXMLWriter::writeCData(std::string_view text)
 {
@@ -278,6 +299,10 @@ void TLXMLWriter::writeLeaf(pugi::xml_node node, unsigned depth)
 {
     switch (node.type()) {
     case pugi::node_pcdata:
+        if (isStrayWhitespace(node)) {
+            writeWhitespaceAsReferences(node.value());
+            return;
+        }
         text(node.value());
         return;
     case pugi::node_cdata:

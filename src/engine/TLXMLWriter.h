@@ -3,6 +3,7 @@
 
 #include <pugixml.hpp>
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -81,6 +82,7 @@ private:
     void writeLeaf(pugi::xml_node node, unsigned depth);
     void writeAttributes(pugi::xml_node node, bool isDeclaration);
     void writeEscaped(std::string_view text, bool inAttribute);
+    void writeWhitespaceAsReferences(std::string_view text);
     void writeCData(std::string_view text);
     void writeComment(std::string_view text);
     void writeProcessingInstruction(pugi::xml_node node);
@@ -92,6 +94,7 @@ private:
     Output m_output;
     Layout m_layout;
     std::string m_buffer;
+    std::array<char, 6> m_number{};
     bool m_outputOk = true;
     // Whether a line break and an indent come before the next markup: not
     // right after text, and no break before the very first node.

@@ -67,6 +67,7 @@ TEST(TLXMLWriterTest, EveryKindOfNodeReadsBackAsItWas)
         "<r a=\"q&quot;&lt;&amp;'&#9;&#10;&#13;\" b=\"\"><!-- a - b -- c- --><?pi a ?&gt; b?></r>",
         "<r>mixed <b>bold</b> text<i/> end</r>",
         "<r><x>&#1;&#31;</x></r>",
+        "<r>&#32;<b/>&#9;&#13;<![CDATA[x]]>&#10;</r>",
     };
     for (const std::string &text : awkward) {
         SCOPED_TRACE(text);
