@@ -2,7 +2,6 @@
 #pragma once
 
 #include "TLBinNode.h"
-#include "TLPropertyList.h"
 
 #include <optional>
 #include <string>
@@ -18,15 +17,18 @@
 //
 // Trees the reader would refuse are refused here too, so an archive that is
 // written can always be read back.
+//
+// The bytes are those TLBinaryPropertyListWriter gives for that property
+// list (same object order, equal strings and UIDs shared, same widths), but
+// they are written straight from the tree: the memory used grows with the
+// archive's size, not with a property-list tree of it.
 class TLKeyedArchiver
 {
 public:
     // The archive as binary property-list bytes. nullopt when the tree cannot
     // be archived: a node that contains itself or stands in two places,
     // nesting deeper than TLKeyedUnarchiver::maximumDepth, or more than
-    // TLKeyedUnarchiver::maximumNodeCount nodes. Null entries are skipped.
-    // Strings holding a NUL are written up to it.
+    // TLKeyedUnarchiver::maximumNodeCount nodes, or memory running out.
+    // Null entries are skipped. Strings holding a NUL are written up to it.
     static std::optional<std::string> archivedDataWithRootObject(const TLNodeList &rootObject);
-    // The same archive as a property-list tree; empty on the failures above.
-    static TLPropertyList archivedPropertyListWithRootObject(const TLNodeList &rootObject);
 };

@@ -1,6 +1,7 @@
 // Binary property-list writer: numbers a libplist tree in one pass, writes it in another.
 #include "TLBinaryPropertyListWriter.h"
 
+#include "TLBinaryPropertyListEncoding.h"
 #include "TLTextCoding.h"
 
 #include <algorithm>
@@ -15,23 +16,7 @@
 
 namespace {
 
-constexpr std::string_view header = "bplist00";
-
-// Object markers; the low nibble holds a size or a count.
-constexpr unsigned char falseMarker = 0x08;
-constexpr unsigned char trueMarker = 0x09;
-constexpr unsigned char integerMarker = 0x10;
-constexpr unsigned char realMarker = 0x23; // 8-byte real
-constexpr unsigned char dateMarker = 0x33;
-constexpr unsigned char dataMarker = 0x40;
-constexpr unsigned char asciiMarker = 0x50;
-constexpr unsigned char unicodeMarker = 0x60;
-constexpr unsigned char uidMarker = 0x80;
-constexpr unsigned char arrayMarker = 0xA0;
-constexpr unsigned char dictionaryMarker = 0xD0;
-// A count of 15 or more does not fit the nibble: the nibble says so and the
-// count follows as an integer object.
-constexpr std::uint64_t longCount = 0xF;
+using Encoding = TLBinaryPropertyListEncoding;
 
 enum class Kind : std::uint8_t { boolean, integer, real, date, data, string, uid, array, dictionary };
 
@@ -52,80 +37,15 @@ struct FreeDeleter
 using MallocText = std::unique_ptr<char, FreeDeleter>;
 using MallocIterator = std::unique_ptr<void, FreeDeleter>;
 
-// The fewest bytes that hold `value` (1 to 8): the width of references and offsets.
-unsigned byteWidth(std::uint64_t value)
-{
-    unsigned width = 1;
-    while (width < 8 && (value >> (8 * width)) != 0)
-        ++width;
-    return width;
-}
-
-// Integers and UIDs are read back most widely in 1, 2, 4 or 8 bytes.
-unsigned powerOfTwoWidth(std::uint64_t value)
-{
-    if (value <= 0xFF)
-        return 1;
-    if (value <= 0xFFFF)
-        return 2;
-    if (value <= 0xFFFFFFFF)
-        return 4;
-    return 8;
-}
-
-void appendBigEndian(std::string &out, std::uint64_t value, unsigned width)
-{
-    for (unsigned shift = 8 * width; shift > 0; shift -= 8)
-        out.push_back(static_cast<char>((value >> (shift - 8)) & 0xFF));
-}
-
 void appendMarker(std::string &out, unsigned marker)
 {
     out.push_back(static_cast<char>(marker));
 }
 
-// 1, 2 and 4-byte integers read as unsigned and 8-byte ones as signed, so a
-// value with the high bit set (a negative number libplist keeps by cast)
-// goes out in 8 bytes and reads back as the same bits.
-void appendInteger(std::string &out, std::uint64_t value)
-{
-    const unsigned width = (value >> 63) != 0 ? 8 : powerOfTwoWidth(value);
-    appendMarker(out, integerMarker | static_cast<unsigned>(std::countr_zero(width)));
-    appendBigEndian(out, value, width);
-}
-
-void appendMarkerWithCount(std::string &out, unsigned char marker, std::uint64_t count)
-{
-    if (count < longCount) {
-        appendMarker(out, marker | static_cast<unsigned>(count));
-        return;
-    }
-    appendMarker(out, marker | longCount);
-    appendInteger(out, count);
-}
-
 void appendReal(std::string &out, unsigned char marker, double value)
 {
     appendMarker(out, marker);
-    appendBigEndian(out, std::bit_cast<std::uint64_t>(value), 8);
-}
-
-bool isAscii(std::string_view text)
-{
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
-void appendString(std::string &out, std::string_view text)
-{
-    if (isAscii(text)) {
-        appendMarkerWithCount(out, asciiMarker, text.size());
-        out.append(text);
-        return;
-    }
-    const std::u16string units = TLTextCoding::utf16Units(text);
-    appendMarkerWithCount(out, unicodeMarker, units.size());
-    for (const char16_t unit : units)
-        appendBigEndian(out, unit, 2);
+    Encoding::appendBigEndian(out, std::bit_cast<std::uint64_t>(value), 8);
 }
 
 // libplist keeps a date as seconds since 2001 in a double, but its getter
@@ -136,15 +56,15 @@ void appendString(std::string &out, std::string_view text)
 // getter is only the fallback. plist_copy is avoided: it damages dates.
 double dateSeconds(plist_t node)
 {
-    constexpr std::size_t loneDateSize = header.size() + 9 + 1 + 32;
+    constexpr std::size_t loneDateSize = Encoding::header.size() + 9 + 1 + 32;
     char *bytes = nullptr;
     std::uint32_t length = 0;
     plist_to_bin(node, &bytes, &length);
     const bool isLoneDate = bytes && length == loneDateSize
-        && static_cast<unsigned char>(bytes[header.size()]) == dateMarker;
+        && static_cast<unsigned char>(bytes[Encoding::header.size()]) == Encoding::dateMarker;
     std::uint64_t bits = 0;
     for (std::size_t i = 1; isLoneDate && i <= 8; ++i)
-        bits = (bits << 8) | static_cast<unsigned char>(bytes[header.size() + i]);
+        bits = (bits << 8) | static_cast<unsigned char>(bytes[Encoding::header.size() + i]);
     if (bytes)
         plist_to_bin_free(bytes);
     if (isLoneDate)
@@ -311,8 +231,8 @@ private:
     std::string serialise()
     {
         const std::uint64_t count = m_objects.size();
-        m_referenceWidth = byteWidth(count - 1);
-        std::string out(header);
+        m_referenceWidth = Encoding::byteWidth(count - 1);
+        std::string out(Encoding::header);
         std::vector<std::uint64_t> offsets;
         offsets.reserve(count);
         for (const Object &object : m_objects) {
@@ -320,15 +240,15 @@ private:
             appendObject(out, object);
         }
         const std::uint64_t tableOffset = out.size();
-        const unsigned offsetWidth = byteWidth(offsets.back());
+        const unsigned offsetWidth = Encoding::byteWidth(offsets.back());
         for (const std::uint64_t offset : offsets)
-            appendBigEndian(out, offset, offsetWidth);
+            Encoding::appendBigEndian(out, offset, offsetWidth);
         out.append(6, '\0');
         out.push_back(static_cast<char>(offsetWidth));
         out.push_back(static_cast<char>(m_referenceWidth));
-        appendBigEndian(out, count, 8);
-        appendBigEndian(out, 0, 8);
-        appendBigEndian(out, tableOffset, 8);
+        Encoding::appendBigEndian(out, count, 8);
+        Encoding::appendBigEndian(out, 0, 8);
+        Encoding::appendBigEndian(out, tableOffset, 8);
         return out;
     }
 
@@ -338,19 +258,19 @@ private:
         case Kind::boolean: {
             std::uint8_t value = 0;
             plist_get_bool_val(object.node, &value);
-            appendMarker(out, value ? trueMarker : falseMarker);
+            appendMarker(out, value ? Encoding::trueMarker : Encoding::falseMarker);
             return;
         }
         case Kind::integer: {
             std::uint64_t value = 0;
             plist_get_uint_val(object.node, &value);
-            appendInteger(out, value);
+            Encoding::appendInteger(out, value);
             return;
         }
         case Kind::real: {
             double value = 0;
             plist_get_real_val(object.node, &value);
-            appendReal(out, realMarker, value);
+            appendReal(out, Encoding::realMarker, value);
             return;
         }
         case Kind::date:
@@ -360,17 +280,17 @@ private:
             appendData(out, object.node);
             return;
         case Kind::string:
-            appendString(out, object.text);
+            Encoding::appendString(out, object.text);
             return;
         case Kind::uid:
             appendUid(out, object.node);
             return;
         case Kind::array:
-            appendMarkerWithCount(out, arrayMarker, object.referenceCount);
+            Encoding::appendMarkerWithCount(out, Encoding::arrayMarker, object.referenceCount);
             appendReferences(out, object);
             return;
         case Kind::dictionary:
-            appendMarkerWithCount(out, dictionaryMarker, object.referenceCount / 2);
+            Encoding::appendMarkerWithCount(out, Encoding::dictionaryMarker, object.referenceCount / 2);
             appendReferences(out, object);
             return;
         }
@@ -378,7 +298,7 @@ private:
 
     static void appendDate(std::string &out, plist_t node)
     {
-        appendReal(out, dateMarker, dateSeconds(node));
+        appendReal(out, Encoding::dateMarker, dateSeconds(node));
     }
 
     static void appendData(std::string &out, plist_t node)
@@ -387,7 +307,7 @@ private:
         const char *bytes = plist_get_data_ptr(node, &length);
         if (!bytes)
             length = 0;
-        appendMarkerWithCount(out, dataMarker, length);
+        Encoding::appendMarkerWithCount(out, Encoding::dataMarker, length);
         out.append(bytes ? bytes : "", length);
     }
 
@@ -396,16 +316,14 @@ private:
     {
         std::uint64_t value = 0;
         plist_get_uid_val(node, &value);
-        const unsigned width = powerOfTwoWidth(value);
-        appendMarker(out, uidMarker | (width - 1));
-        appendBigEndian(out, value, width);
+        Encoding::appendUid(out, value);
     }
 
     void appendReferences(std::string &out, const Object &object) const
     {
         const auto end = object.firstReference + object.referenceCount;
         for (auto position = object.firstReference; position < end; ++position)
-            appendBigEndian(out, m_references[position], m_referenceWidth);
+            Encoding::appendBigEndian(out, m_references[position], m_referenceWidth);
     }
 
     std::vector<Object> m_objects;

@@ -1,13 +1,17 @@
 // Writing bin trees as keyed archives, and reading them back.
 #include "TLBinRangeItem.h"
+#include "TLBinaryPropertyListWriter.h"
 #include "TLKeyedArchiver.h"
 #include "TLKeyedUnarchiver.h"
 #include "TLMediaItem.h"
+#include "TLPropertyList.h"
 #include "TLRegularBin.h"
 #include "TLSmartBin.h"
 #include "TLSmartRangeItem.h"
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 namespace {
 
@@ -38,11 +42,88 @@ TLNodeList exampleTree()
     return {bin};
 }
 
+std::string text(const std::optional<std::string> &value)
+{
+    return value ? "'" + *value + "'" : "nil";
+}
+
+// Every field of every node, children nested: equal for equal trees.
+std::string describe(const TLNodeList &nodes)
+{
+    std::string out = "[";
+    for (const auto &node : nodes) {
+        out += std::string(node->className()) + " " + text(node->binName()) + " " + text(node->uuid());
+        if (const auto *item = dynamic_cast<const TLBinRangeItem *>(node.get()))
+            out += " " + text(item->rangeExpression()) + std::to_string(item->rangeCount()) + "/"
+                   + std::to_string(item->rangeCurrentIndex());
+        if (const auto *item = dynamic_cast<const TLMediaItem *>(node.get()))
+            out += " " + text(item->filePath()) + " " + text(item->shortName());
+        if (const auto *range = dynamic_cast<const TLSmartRangeItem *>(node.get()))
+            out += " criteria " + std::to_string(range->criteria());
+        if (const auto *smart = dynamic_cast<const TLSmartBin *>(node.get())) {
+            out += " match " + std::to_string(smart->matchType());
+            for (const auto &filter : *smart->filterArray())
+                out += " {" + std::to_string(filter->filterType()) + " " + std::to_string(filter->filterMatch()) + " "
+                       + text(filter->filterString()) + "}";
+        }
+        out += " " + describe(*node->children()) + ";";
+    }
+    return out + "]";
+}
+
+// Each kind and field, with the strings that test sharing and encoding:
+// empty, absent, non-ASCII (also past 14 UTF-16 units and outside the
+// BMP), equal to the archive's own keys and class names, and repeated; a
+// filter row in two smart bins; negative and 64-bit integers.
+TLNodeList everyKindTree()
+{
+    const auto shared = TLSmartBinFilter::create(2, -1, "$0");
+    const auto smart = TLSmartBin::create();
+    smart->setBinName("NSMutableArray");
+    smart->setMatchType(INT64_MIN);
+    smart->setUuid("");
+    smart->setFilterArray({shared, TLSmartBinFilter::create(0, INT64_MAX, "\u00e9t\u00e9")});
+    smart->addChild(TLMediaItem::create("/m\u00e9dia/\U0001F3AC.mov", "root", "$class"));
+    smart->addChild(TLMediaItem::create(std::nullopt, "", std::nullopt));
+    const auto other = TLSmartBin::create();
+    other->setFilterArray({shared});
+    smart->addChild(other);
+    const auto bin = TLRegularBin::create();
+    bin->setBinName("\u6771\u4eac\u306e\u64ae\u5f71\u3001\u4e00\u65e5\u76ee\u3068\u4e8c\u65e5\u76ee\u306e\u7d20\u6750");
+    bin->addChild(smart);
+    bin->addChild(TLBinRangeItem::create("Reel 1", "a range name longer than fourteen", bin, 65536, -2));
+    const auto range = TLSmartRangeItem::create("$null", 4294967296);
+    range->addChild(TLMediaItem::create("Reel 1", "Reel 1", "TLMediaItem"));
+    return {bin, range, TLRegularBin::create()};
+}
+
+// A smart range of `count` clips with distinct paths (the first
+// `withoutPath` have none), names and identifiers.
+TLNodeList clipsTree(int count, int withoutPath = 0)
+{
+    const auto range = TLSmartRangeItem::create("Reel A001", 2);
+    TLNodeList clips;
+    for (int i = 0; i < count; ++i) {
+        auto path = i < withoutPath ? std::nullopt : std::optional("/Volumes/Media/A001_C" + std::to_string(i) + ".MOV");
+        clips.push_back(TLMediaItem::create(path, "A001_C" + std::to_string(i), "CLIP-" + std::to_string(i)));
+    }
+    range->setChildren(std::move(clips));
+    return {range};
+}
+
+struct ArchiveCase
+{
+    const char *name;
+    std::function<TLNodeList()> tree;
+    int referenceWidth; // bytes a reference takes
+    int offsetWidth;    // bytes an offset takes
+};
+
 } // namespace
 
 TEST(TLKeyedArchiverTest, WritesTheStandardLayout)
 {
-    const auto archive = TLKeyedArchiver::archivedPropertyListWithRootObject(exampleTree());
+    const auto archive = TLPropertyList::fromBytes(TLKeyedArchiver::archivedDataWithRootObject(exampleTree()).value_or(""));
     ASSERT_TRUE(archive);
     EXPECT_EQ(archive.stringForKey("$archiver"), "NSKeyedArchiver");
     EXPECT_EQ(archive.integerForKey("$version"), 100000);
@@ -86,6 +167,52 @@ TEST(TLKeyedArchiverTest, RefusesWhatCouldNotBeReadBack)
     EXPECT_EQ(TLKeyedArchiver::archivedDataWithRootObject(top), std::nullopt);
     deepest->parent()->removeChild(deepest);
     EXPECT_TRUE(TLKeyedArchiver::archivedDataWithRootObject(top)) << "the deepest tree the reader takes";
+
+    TLNodeList most;
+    for (std::size_t count = 0; count < TLKeyedUnarchiver::maximumNodeCount; ++count)
+        most.push_back(TLRegularBin::create());
+    EXPECT_TRUE(TLKeyedArchiver::archivedDataWithRootObject(most)) << "the most nodes the reader takes";
+    most.push_back(TLRegularBin::create());
+    EXPECT_EQ(TLKeyedArchiver::archivedDataWithRootObject(most), std::nullopt);
+}
+
+// The generic binary writer, given the archive as libplist reads it, must
+// give back the very same bytes: same object order, sharing and widths.
+TEST(TLKeyedArchiverTest, ArchivesReadBackAndMatchTheGenericWriter)
+{
+    const ArchiveCase cases[] = {
+        {"empty", [] { return TLNodeList(); }, 1, 1},
+        {"example", exampleTree, 1, 2},
+        {"every kind", everyKindTree, 1, 2},
+        {"256 objects, numbered up to 255", [] { return clipsTree(27, 3); }, 1, 2},
+        {"100 clips", [] { return clipsTree(100); }, 2, 2},
+        {"10000 clips", [] { return clipsTree(10000); }, 3, 3},
+    };
+    for (const auto &archiveCase : cases) {
+        SCOPED_TRACE(archiveCase.name);
+        const TLNodeList tree = archiveCase.tree();
+        const auto bytes = TLKeyedArchiver::archivedDataWithRootObject(tree);
+        ASSERT_TRUE(bytes);
+        std::string reason;
+        const auto decoded = TLKeyedUnarchiver::unarchiveObjectWithData(*bytes, reason);
+        ASSERT_TRUE(decoded) << reason;
+        EXPECT_EQ(describe(*decoded), describe(tree));
+        const auto parsed = TLPropertyList::fromBytes(*bytes, reason);
+        ASSERT_TRUE(parsed) << reason;
+        EXPECT_EQ(TLBinaryPropertyListWriter::dataWithPropertyList(parsed.root()), bytes);
+        EXPECT_EQ((*bytes)[bytes->size() - 25], archiveCase.referenceWidth);
+        EXPECT_EQ((*bytes)[bytes->size() - 26], archiveCase.offsetWidth);
+    }
+}
+
+TEST(TLKeyedArchiverTest, WritesStringsUpToANul)
+{
+    const auto bin = TLRegularBin::create();
+    bin->setBinName(std::string("Day\0 2", 6));
+    const auto decoded =
+        TLKeyedUnarchiver::unarchiveObjectWithData(TLKeyedArchiver::archivedDataWithRootObject({bin}).value_or(""));
+    ASSERT_TRUE(decoded && decoded->size() == 1);
+    EXPECT_EQ(decoded->front()->binName(), "Day");
 }
 
 TEST(TLKeyedArchiverTest, RoundTripPreservesFieldsOrderAndParents)
