@@ -426,6 +426,13 @@ TLNodeList MyDocument::filterBinArray(const TLNodeList &array, const std::vector
 
 bool MyDocument::storeSettingsForProject(const std::string &projectPath)
 {
+    const TLNodeListPtr tree = dataArray();
+    return storeSettingsForProject(projectPath, *tree, TLKeyedArchiver::archivedDataWithRootObject(*tree));
+}
+
+bool MyDocument::storeSettingsForProject(const std::string &projectPath, const TLNodeList &tree,
+                                         const std::optional<std::string> &archive)
+{
     const std::optional<std::string> settingsPath = settingsPathForProject(projectPath);
     if (!settingsPath)
         return false;
@@ -435,9 +442,7 @@ bool MyDocument::storeSettingsForProject(const std::string &projectPath)
         TLLog::appendLog("Cannot make the settings folder for %@: %@", *settingsPath, error.message());
         return false;
     }
-    const TLNodeListPtr tree = dataArray();
-    const std::optional<std::string> archive = TLKeyedArchiver::archivedDataWithRootObject(*tree);
-    TLLog::appendLog("output data: %@", describeNodes(*tree));
+    TLLog::appendLog("output data: %@", describeNodes(tree));
     if (!archive)
         return false;
     // The dictionary is written as XML, as macOS writes it; the archive
@@ -525,7 +530,8 @@ bool MyDocument::writeToURLOnThread(const MyDocumentSaveRequest &request)
         view().updateProgressLabel("Generating bin list...");
         view().startProgress();
     });
-    const std::string failure = writeProjectFile(request.url);
+    std::future<ArchivedTree> archived;
+    const std::string failure = writeProjectFile(request.url, archived);
     if (!failure.empty()) {
         void *window = nullptr;
         onMainThread([this, &window] {
@@ -538,16 +544,26 @@ bool MyDocument::writeToURLOnThread(const MyDocumentSaveRequest &request)
     // Type codes are a courtesy to other tools; a file system without
     // extended attributes loses nothing that matters.
     (void)TLFinderInfo::setTypeAndCreatorCode(request.url, TLFinderInfo::xmlType, TLFinderInfo::finalCutProCreator);
-    storeSettingsForProject(request.url);
+    const ArchivedTree tree = archived.valid() ? archived.get() : archiveOf(dataArray());
+    storeSettingsForProject(request.url, *tree.nodes, tree.archive);
     updateChangeCountCleared();
     onMainThread([this] { view().endProgress(); });
     return true;
 }
 
-std::string MyDocument::writeProjectFile(const std::string &path)
+MyDocument::ArchivedTree MyDocument::archiveOf(TLNodeListPtr tree)
+{
+    std::optional<std::string> archive = TLKeyedArchiver::archivedDataWithRootObject(*tree);
+    return {std::move(tree), std::move(archive)};
+}
+
+std::string MyDocument::writeProjectFile(const std::string &path, std::future<ArchivedTree> &archived)
 {
     try {
         TLProjectMerge merge = planMerge();
+        // The tree now holds the identifiers the file gets; its archive is
+        // made on the other core while the project is written.
+        archived = std::async(std::launch::async, [tree = dataArray()] { return archiveOf(tree); });
         const std::shared_ptr<TLFCPProjectController> controller = mediaController();
         if (!controller || !controller->xmlDoc())
             return "There is no project to write.";

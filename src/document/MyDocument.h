@@ -105,6 +105,10 @@ public:
     // made, or the archive or the write failed (the old file is then
     // untouched).
     bool storeSettingsForProject(const std::string &projectPath);
+    // The same with the tree and its archive (nullopt when it could not be
+    // made) already in hand.
+    bool storeSettingsForProject(const std::string &projectPath, const TLNodeList &tree,
+                                 const std::optional<std::string> &archive);
 
     // ---- Saving (MyDocument.cpp) ----
 
@@ -510,6 +514,15 @@ private:
     mutable std::mutex m_saveMutex;
     // Starts a background save; false when one still runs.
     bool startSaveThread(const MyDocumentSaveRequest &request);
+    // A tree and its keyed archive (nullopt when it could not be made).
+    struct ArchivedTree
+    {
+        TLNodeListPtr nodes;
+        std::optional<std::string> archive;
+    };
+    static ArchivedTree archiveOf(TLNodeListPtr tree);
     // Merges, serialises and writes the project; "" or the reason it failed.
-    std::string writeProjectFile(const std::string &path);
+    // Once the merge is decided, `archived` receives the archive of the tree
+    // being made meanwhile.
+    std::string writeProjectFile(const std::string &path, std::future<ArchivedTree> &archived);
 };

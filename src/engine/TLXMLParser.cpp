@@ -402,7 +402,8 @@ TLXMLParser::filenameFromPathURLString(const std::optional<std::string> &urlStri
 
 std::optional<std::string> TLXMLParser::nameForNode(pugi::xml_node node, bool immediateChildOnly)
 {
-    std::optional<std::string> name = TLXMLParser::evaluateFirstText("./name[1]/text()", node);
+    // "./name[1]/text()", read directly: it is asked of every clip.
+    std::optional<std::string> name = childText(node, "name");
     if (!name && !immediateChildOnly)
         name = TLXMLParser::evaluateFirstText(".//name[1]/text()", node);
     if (!name && !immediateChildOnly && node.attribute("id"))
@@ -415,7 +416,8 @@ std::optional<std::string> TLXMLParser::nameForNode(pugi::xml_node node, bool im
 
 std::optional<std::string> TLXMLParser::uuidForNode(pugi::xml_node node, bool immediateChildOnly)
 {
-    std::optional<std::string> uuid = TLXMLParser::evaluateFirstText("./uuid[1]/text()", node);
+    // "./uuid[1]/text()", read directly: it is asked of every clip.
+    std::optional<std::string> uuid = childText(node, "uuid");
     if (!uuid && !immediateChildOnly)
         uuid = TLXMLParser::evaluateFirstText(".//uuid[1]/text()", node);
     if (!uuid)

@@ -1,7 +1,11 @@
 // Atomic file replacement through a flushed temporary file and rename.
 #include "TLAtomicFile.h"
 
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -17,31 +21,55 @@ std::string failure(std::string_view what, const std::string &path, int error)
 }
 
 // Collects small writes into large ones; remembers the first failure.
+// Each full buffer is written on a thread of its own while the next one
+// fills, so that the kernel's copying of a large file (a project of
+// hundreds of megabytes) overlaps with producing it. A file that fits one
+// buffer is written on the calling thread, without a thread.
 class BufferedSink
 {
 public:
     explicit BufferedSink(int descriptor) : m_descriptor(descriptor) { m_buffer.reserve(capacity); }
 
+    ~BufferedSink()
+    {
+        if (!m_writer.joinable())
+            return;
+        waitForWriter();
+        {
+            const std::lock_guard lock(m_mutex);
+            m_stopping = true;
+        }
+        m_changed.notify_all();
+        m_writer.join();
+    }
+
+    BufferedSink(const BufferedSink &) = delete;
+    BufferedSink &operator=(const BufferedSink &) = delete;
+
     bool write(std::string_view bytes)
     {
-        if (m_error)
+        if (error())
             return false;
-        if (m_buffer.size() + bytes.size() > capacity && !flush())
-            return false;
-        if (bytes.size() >= capacity)
-            return writeThrough(bytes);
         m_buffer.append(bytes);
-        return true;
+        if (m_buffer.size() >= capacity)
+            handOver();
+        return error() == 0;
     }
 
+    // Writes what is left and waits for every write; true when all went.
     bool flush()
     {
-        const bool written = m_error == 0 && writeThrough(m_buffer);
+        if (m_writer.joinable()) {
+            handOver();
+            waitForWriter();
+        } else if (error() == 0 && !writeThrough(m_buffer)) {
+            return false;
+        }
         m_buffer.clear();
-        return written;
+        return error() == 0;
     }
 
-    int error() const { return m_error; }
+    int error() const { return m_error.load(); }
 
 private:
     static constexpr std::size_t capacity = 1 << 20;
@@ -50,13 +78,57 @@ private:
     {
         if (TLAtomicFile::writeAll(m_descriptor, bytes))
             return true;
-        m_error = errno ? errno : EIO;
+        int expected = 0;
+        m_error.compare_exchange_strong(expected, errno ? errno : EIO);
         return false;
     }
 
+    void handOver()
+    {
+        if (!m_writer.joinable())
+            m_writer = std::thread([this] { writeHandedOver(); });
+        waitForWriter();
+        {
+            const std::lock_guard lock(m_mutex);
+            m_handedOver.swap(m_buffer);
+            m_hasHandedOver = true;
+        }
+        m_changed.notify_all();
+        m_buffer.clear();
+    }
+
+    void waitForWriter()
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return !m_hasHandedOver; });
+    }
+
+    void writeHandedOver()
+    {
+        std::unique_lock lock(m_mutex);
+        while (true) {
+            m_changed.wait(lock, [this] { return m_hasHandedOver || m_stopping; });
+            if (!m_hasHandedOver)
+                return;
+            lock.unlock();
+            if (error() == 0)
+                writeThrough(m_handedOver);
+            lock.lock();
+            m_hasHandedOver = false;
+            m_changed.notify_all();
+        }
+    }
+
     int m_descriptor;
-    int m_error = 0;
+    std::atomic<int> m_error{0};
     std::string m_buffer;
+    // The buffer being written, guarded by m_mutex while it changes hands.
+    std::string m_handedOver;
+    bool m_hasHandedOver = false;
+    bool m_stopping = false;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::thread m_writer;
 };
 
 // Keeps the permissions of the file being replaced, so a save does not
@@ -123,7 +195,9 @@ std::string TLAtomicFile::writeWith(const std::string &path, const std::function
     } catch (...) {
         produced = false;
     }
-    const bool written = produced && buffered.flush() && ::fsync(descriptor) == 0;
+    // Flushed whatever happened: no write may still run when the file closes.
+    const bool flushed = buffered.flush();
+    const bool written = produced && flushed && ::fsync(descriptor) == 0;
     const int writeError = !produced ? ECANCELED : buffered.error() ? buffered.error() : errno;
     if (::close(descriptor) != 0 || !written) {
         const int error = written ? errno : writeError;
