@@ -22,7 +22,9 @@ public:
     using Sink = std::function<bool(std::string_view bytes)>;
 
     // The same for contents too large to hold twice in memory: `produce`
-    // writes them piece by piece into the sink it is given (buffered), and
+    // writes them piece by piece into the sink it is given (buffered; once
+    // the contents outgrow one buffer of a megabyte, full buffers are
+    // written on a thread of their own while `produce` goes on), and
     // returns false to give up, which leaves the old file untouched too
     // ("cannot write ...: Operation canceled").
     [[nodiscard]] static std::string writeWith(const std::string &path,

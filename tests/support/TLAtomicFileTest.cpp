@@ -72,6 +72,12 @@ TEST(TLAtomicFileTest, StreamedContentsArriveWholeOrNotAtAll)
         throw std::runtime_error("producer failed");
     });
     EXPECT_NE(thrown, "");
+    // Given up after megabytes, while earlier ones are being written.
+    const auto giveUpLate = TLAtomicFile::writeWith(path, [](const TLAtomicFile::Sink &sink) {
+        const std::string megabytes(3 << 20, 'z');
+        return sink(megabytes) && sink(megabytes) && false;
+    });
+    EXPECT_NE(giveUpLate, "");
     EXPECT_EQ(test::readFile(path), "old");
 
     std::string expected;
