@@ -190,13 +190,15 @@ std::optional<std::string> masterClipIdOfPathURL(pugi::xml_node pathurl)
     return TLXMLParser::stringValue(pugi::xpath_node(masterClipId));
 }
 
-// Every clip and every pathurl element, each in document order: what
-// ".//clip" and ".//pathurl" select from the document node, gathered in one
-// walk because a large project has millions of nodes to visit.
-struct ClipsAndPathURLs : pugi::xml_tree_walker
+// Every clip, pathurl and bin element, each in document order: what
+// ".//clip" and ".//pathurl" select from the document node, and the bins
+// the uuid lookups index, gathered in one walk because a large project has
+// millions of nodes to visit.
+struct ClipsPathURLsAndBins : pugi::xml_tree_walker
 {
     TLXMLNodeList clips;
     std::vector<pugi::xml_node> pathurls;
+    std::vector<pugi::xml_node> bins;
 
     bool for_each(pugi::xml_node &node) override
     {
@@ -206,6 +208,8 @@ struct ClipsAndPathURLs : pugi::xml_tree_walker
             clips.emplace_back(node);
         else if (std::strcmp(node.name(), "pathurl") == 0)
             pathurls.push_back(node);
+        else if (std::strcmp(node.name(), "bin") == 0)
+            bins.push_back(node);
         return true;
     }
 };
@@ -244,19 +248,24 @@ void forEachElement(pugi::xml_node root, Visit visit)
     }
 }
 
-// Calls `found(text, bin)` for every bin element at or below `root`, in
-// document order, once for each text node of each of its uuid children:
-// exactly the pairs that ".//bin/uuid[text()=...]" can match.
+// Calls `found(text, bin)` once for each text node of each uuid child of
+// the bin: the pairs that ".//bin/uuid[text()=...]" can match for it.
+template <typename Found>
+void forEachUuidOfBin(pugi::xml_node bin, Found &found)
+{
+    for (pugi::xml_node uuid = bin.child("uuid"); uuid; uuid = uuid.next_sibling("uuid"))
+        for (pugi::xml_node text = uuid.first_child(); text; text = text.next_sibling())
+            if (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata)
+                found(std::string(text.value()), bin);
+}
+
+// The same for every bin element at or below `root`, in document order.
 template <typename Found>
 void forEachBinUuid(pugi::xml_node root, Found found)
 {
     forEachElement(root, [&found](pugi::xml_node node) {
-        if (binElementName != node.name())
-            return;
-        for (pugi::xml_node uuid = node.child("uuid"); uuid; uuid = uuid.next_sibling("uuid"))
-            for (pugi::xml_node text = uuid.first_child(); text; text = text.next_sibling())
-                if (text.type() == pugi::node_pcdata || text.type() == pugi::node_cdata)
-                    found(std::string(text.value()), node);
+        if (binElementName == node.name())
+            forEachUuidOfBin(node, found);
     });
 }
 
@@ -459,12 +468,15 @@ const TLFCPProjectController::BinIndex &TLFCPProjectController::binIndex() const
     m_binIndex.clear();
     m_binIndexDocument = m_document;
     if (m_document)
-        forEachBinUuid(*m_document, [this](const std::string &uuid, pugi::xml_node bin) {
-            auto &bins = m_binIndex[uuid];
-            if (bins.empty() || bins.back() != bin)
-                bins.push_back(bin);
-        });
+        forEachBinUuid(*m_document, [this](const std::string &uuid, pugi::xml_node bin) { indexBin(uuid, bin); });
     return m_binIndex;
+}
+
+void TLFCPProjectController::indexBin(const std::string &uuid, pugi::xml_node bin) const
+{
+    auto &bins = m_binIndex[uuid];
+    if (bins.empty() || bins.back() != bin)
+        bins.push_back(bin);
 }
 
 bool TLFCPProjectController::detachNode(pugi::xml_node element)
@@ -545,11 +557,19 @@ void TLFCPProjectController::collectClipsAndMasterClipPaths()
 {
     makeDeferredChange();
     guarded("TLFCPProjectController::collectClipsAndMasterClipPaths", 0, [&] {
-        ClipsAndPathURLs found;
+        ClipsPathURLsAndBins found;
         if (m_document)
             m_document->traverse(found);
         setClips(std::move(found.clips));
         setMasterClipPaths(buildMasterClipPaths(found.pathurls));
+        // The bins were met on the way: indexing them now spares the uuid
+        // lookups a walk of their own.
+        std::lock_guard lock(m_binIndexMutex);
+        m_binIndex.clear();
+        m_binIndexDocument = m_document;
+        auto index = [this](const std::string &uuid, pugi::xml_node bin) { indexBin(uuid, bin); };
+        for (const pugi::xml_node &bin : found.bins)
+            forEachUuidOfBin(bin, index);
         return 0;
     });
 }

@@ -221,6 +221,7 @@ private:
     // Built on first use for the document it was built from.
     using BinIndex = std::unordered_map<std::string, std::vector<pugi::xml_node>>;
     const BinIndex &binIndex() const;
+    void indexBin(const std::string &uuid, pugi::xml_node bin) const;
     // Drops the clips and table entries at or below `element`.
     void forgetNodesWithin(pugi::xml_node element);
     mutable std::mutex m_binIndexMutex;
