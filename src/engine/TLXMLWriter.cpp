@@ -163,20 +163,22 @@ void TLXMLWriter::beforeMarkup(unsigned depth)
     m_indentBeforeMarkup = true;
 }
 
-void TLXMLWriter::openElement(std::string_view name, unsigned depth)
+void TLXMLWriter::writeTag(std::string_view start, std::string_view name, std::string_view end, unsigned depth)
 {
     beforeMarkup(depth);
-    put('<');
+    put(start);
     put(name);
-    put('>');
+    put(end);
+}
+
+void TLXMLWriter::openElement(std::string_view name, unsigned depth)
+{
+    writeTag("<", name, ">", depth);
 }
 
 void TLXMLWriter::emptyElement(std::string_view name, unsigned depth)
 {
-    beforeMarkup(depth);
-    put('<');
-    put(name);
-    put(indents(depth) ? " />" : "/>");
+    writeTag("<", name, indents(depth) ? " />" : "/>", depth);
 }
 
 void TLXMLWriter::text(std::string_view text)
@@ -199,10 +201,7 @@ void TLXMLWriter::textElement(std::string_view name, std::string_view text, unsi
 
 void TLXMLWriter::closeElement(std::string_view name, unsigned depth)
 {
-    beforeMarkup(depth);
-    put("</");
-    put(name);
-    put('>');
+    writeTag("</", name, ">", depth);
 }
 
 void TLXMLWriter::startTag(pugi::xml_node element, unsigned depth)

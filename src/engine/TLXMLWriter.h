@@ -78,6 +78,7 @@ public:
 
 private:
     void beforeMarkup(unsigned depth);
+    void writeTag(std::string_view start, std::string_view name, std::string_view end, unsigned depth);
     void startTag(pugi::xml_node element, unsigned depth);
     void writeLeaf(pugi::xml_node node, unsigned depth);
     void writeAttributes(pugi::xml_node node, bool isDeclaration);
