@@ -65,14 +65,6 @@ bool isAuthority(std::string_view authority)
     return colon == std::string_view::npos || isPort(authority.substr(colon + 1));
 }
 
-bool equalsIgnoringCase(std::string_view left, std::string_view right)
-{
-    return left.size() == right.size()
-           && std::equal(left.begin(), left.end(), right.begin(), [](char a, char b) {
-                  return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
-              });
-}
-
 } // namespace
 
 std::optional<TLURLParser::Components> TLURLParser::parseURIReference(std::string_view text)
@@ -107,7 +99,7 @@ std::optional<TLURLParser::Components> TLURLParser::parseURIReference(std::strin
 std::optional<std::string> TLURLParser::filePathForURL(std::string_view url)
 {
     const std::optional<Components> components = parseURIReference(url);
-    if (!components || (!components->scheme.empty() && !equalsIgnoringCase(components->scheme, "file")))
+    if (!components)
         return std::nullopt;
     std::optional<std::string> path = TLTextCoding::percentDecoded(components->path);
     if (!path || path->empty() || !TLTextCoding::isValidUTF8(*path) || path->find('\0') != std::string::npos)

@@ -30,13 +30,13 @@ public:
     // a valid (empty) reference.
     static std::optional<Components> parseURIReference(std::string_view text);
 
-    // The decoded file path of a file URL ("file://localhost/a%20b.mov" and
-    // "file:///a%20b.mov" give "/a b.mov"); a reference without a scheme
-    // gives its own decoded path, relative or not. The host is not checked;
-    // the scheme "file" is matched in any case; a trailing "/" is dropped
-    // (except from "/"). nullopt when the text is not a URI reference (see
-    // parseURIReference), for a scheme other than "file" (it names no local
-    // file), and when the path is empty or decodes to something that is not
-    // UTF-8 or holds a NUL byte ("%FF", "%00").
+    // The decoded path of a URL, whatever its scheme
+    // ("file://localhost/a%20b.mov" and "file:///a%20b.mov" give "/a b.mov",
+    // "http://server/media/h.mov" gives "/media/h.mov"); a reference without
+    // a scheme gives its own decoded path, relative or not. The host is not
+    // checked; a trailing "/" is dropped (except from "/"). nullopt when the
+    // text is not a URI reference (see parseURIReference), and when the path
+    // is empty or decodes to something that is not UTF-8 or holds a NUL byte
+    // ("%FF", "%00").
     static std::optional<std::string> filePathForURL(std::string_view url);
 };

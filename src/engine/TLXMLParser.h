@@ -100,9 +100,10 @@ public:
     // The text must be an RFC 3986 URI reference: nullopt for nullopt, for a
     // character that must be escaped and is not (a blank, say, or non-ASCII),
     // and for a "%" without two hex digits. The host is not checked; query and
-    // fragment are ignored; a trailing "/" is dropped (except from "/"). A
-    // scheme other than "file" names no local file and gives nullopt; a
-    // reference without a scheme gives its own decoded path, relative or not.
+    // fragment are ignored; a trailing "/" is dropped (except from "/"). A URL
+    // of any scheme gives its path ("http://server/media/h.mov" gives
+    // "/media/h.mov"); a reference without a scheme gives its own decoded
+    // path, relative or not.
     // nullopt too when the path is empty or decodes to something that is not
     // UTF-8 or holds a NUL byte.
     static std::optional<std::string>

@@ -50,8 +50,9 @@ TEST(TLURLParserTest, FilePathForURLDecodesTheLocalPath)
     EXPECT_EQ(filename("file:///"), "/");
     EXPECT_EQ(filename("/Volumes/a%26b.mov"), "/Volumes/a&b.mov");
     EXPECT_EQ(filename("media/a.mov"), "media/a.mov");
+    EXPECT_EQ(filename("http://server/media/h%20d.mov?x#y"), "/media/h d.mov");
     for (const char *bad : {"file://localhost/Volumes/a b.mov", "file:///a/50%.mov", "file:///a/%4.mov",
-                            "file:///caf\xC3\xA9.mov", "http://host/a.mov", "1a:b", "file:///a#b#c",
+                            "file:///caf\xC3\xA9.mov", "http://host", "1a:b", "file:///a#b#c",
                             "file://host:port/a", "file:///a[1].mov", "file:///a%00b", "file:///a%FF", "",
                             "file://localhost", "file:///a\"b", "file:///%C3%28"})
         EXPECT_EQ(filename(bad), std::nullopt) << bad;

@@ -226,7 +226,7 @@ TEST(TLXMLParserTest, FilenameFromPathURLStringParsesTheURL)
     EXPECT_EQ(TLXMLParser::filenameFromPathURLString(std::nullopt), std::nullopt);
     EXPECT_EQ(TLXMLParser::filenameFromPathURLString("file://localhost/Volumes/Media/a%20b.mov"),
               "/Volumes/Media/a b.mov");
-    EXPECT_EQ(TLXMLParser::filenameFromPathURLString("http://host/a.mov"), std::nullopt);
+    EXPECT_EQ(TLXMLParser::filenameFromPathURLString("http://server/media/h.mov"), "/media/h.mov");
     EXPECT_EQ(TLXMLParser::filenameFromPathURLString(""), std::nullopt);
 }
 
