@@ -279,8 +279,7 @@ Qt::ItemFlags BinOutlineModel::flags(const QModelIndex &index) const
     if (!node)
         return Qt::NoItemFlags;
     Qt::ItemFlags flags = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
-    // A clip's name is its file's; only bins are the user's to name.
-    if (node->kind() != TLBinNodeKind::mediaItem)
+    if (MyDocument::isItemRenamable(node))
         flags |= Qt::ItemIsEditable;
     return flags;
 }

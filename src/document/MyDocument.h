@@ -400,6 +400,12 @@ public:
     TLBinNodePtr childOfItem(std::size_t index, const TLBinNodePtr &item, Outline outline = Outline::bins) const;
     // Regular bins, smart bins and smart range items with at least one child.
     static bool isItemExpandable(const TLBinNodePtr &item);
+    // Only a regular bin is renamed in place, as its double-click does: a
+    // range bin's name comes from its series, a smart range item's name is
+    // the value it stands for (renamed, it would be dropped at the next
+    // opening), a smart bin is made through its sheet, a clip's name is
+    // its file's. False for null.
+    static bool isItemRenamable(const TLBinNodePtr &item);
     // shortName for a media item, binName otherwise; empty for null.
     static std::string objectValueForItem(const TLBinNodePtr &item);
     // By kind: "empty-bin-small", "bin-range-single", "smart-range-single",

@@ -134,11 +134,16 @@ void MyDocument::setObjectValueForItem(const std::string &value, const TLBinNode
         item->setBinName(value);
 }
 
+bool MyDocument::isItemRenamable(const TLBinNodePtr &item)
+{
+    return item && item->kind() == TLBinNodeKind::regularBin;
+}
+
 void MyDocument::outlineViewDoubleClick(const TLBinNodePtr &clicked)
 {
     if (!clicked)
         return;
-    if (clicked->kind() == TLBinNodeKind::regularBin) {
+    if (isItemRenamable(clicked)) {
         view().editItemName(clicked);
         return;
     }

@@ -8,6 +8,7 @@
 #include "TLAlert.h"
 #include "TLMainThread.h"
 #include "TLRegularBin.h"
+#include "TLSmartRangeItem.h"
 
 #include <QAbstractItemModelTester>
 #include <QAction>
@@ -282,6 +283,15 @@ private slots:
         QCOMPARE(model.indexForNode(second).row(), 0);
         QVERIFY(!model.indexForNode(first).isValid());
         QVERIFY(view.isExpanded(model.indexForNode(outer)));
+
+        // F2 and a slow second click rename only regular bins.
+        const auto smartRange = TLSmartRangeItem::create("Scene 1", 7);
+        document.addItem(smartRange, outer, false, false);
+        model.reloadItem(outer, true);
+        QVERIFY(!(model.flags(model.indexForNode(smartRange)) & Qt::ItemIsEditable));
+        QVERIFY(model.flags(model.indexForNode(second)) & Qt::ItemIsEditable);
+        document.remove({smartRange});
+        model.reloadItem(outer, true);
 
         QVERIFY(model.setData(model.indexForNode(second), QStringLiteral("Renamed")));
         QCOMPARE(second->binName(), std::string("Renamed"));

@@ -373,6 +373,10 @@ TEST_F(MyDocumentCommandsTest, OutlineAnswersFollowTheNodeKinds)
     EXPECT_FALSE(MyDocument::isItemExpandable(range));
     EXPECT_EQ(MyDocument::objectValueForItem(clip), "Clip A");
     EXPECT_EQ(MyDocument::objectValueForItem(smartRange), "Day1");
+    // Only regular bins are renamed in place.
+    for (const TLBinNodePtr &node : TLNodeList{smartBin, range, smartRange, clip, nullptr})
+        EXPECT_FALSE(MyDocument::isItemRenamable(node));
+    EXPECT_TRUE(MyDocument::isItemRenamable(emptyBin));
 
     using Source = MyDocument::OutlineIcon::Source;
     const std::pair<TLBinNodePtr, std::string> named[] = {{bin, "empty-bin-small"},
