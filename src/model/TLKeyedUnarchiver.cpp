@@ -2,6 +2,7 @@
 #include "TLKeyedUnarchiver.h"
 
 #include "TLBinRangeItem.h"
+#include "TLLog.h"
 #include "TLMediaItem.h"
 #include "TLPropertyList.h"
 #include "TLRegularBin.h"
@@ -104,11 +105,17 @@ public:
         const Uid root = reference(TLPropertyList::dictionaryItem(top, "root"));
         if (root == 0)
             fail("the archive has no root object");
-        return readNodeList(root, binKinds, 0, 0);
+        TLNodeList nodes = readNodeList(root, binKinds, 0, 0);
+        if (m_repairedParents > 0)
+            TLLog::appendLog("Settings archive: %i parent references did not name the bin holding them; the "
+                             "holders were taken instead",
+                             m_repairedParents);
+        return nodes;
     }
 
 private:
     enum class Role : std::uint8_t { unused, string, classDescriptor, list, filter, nodeInProgress, node };
+    long m_repairedParents = 0;
 
     plist_t readHeader(plist_t archive)
     {
@@ -289,13 +296,19 @@ private:
         return node;
     }
 
-    // A back reference may only name the node that holds this one; it is
-    // never followed, since the tree sets parents from containment.
-    void readParent(plist_t field, Uid container) const
+    // A back reference should name the node that holds this one. It is
+    // never followed, since the tree sets parents from containment, so one
+    // that names anything else (or nothing that exists) costs nothing but a
+    // note: the holder is taken, and the rest of the tree is kept.
+    void readParent(plist_t field, Uid container)
     {
-        const Uid parent = reference(field);
-        if (parent != 0 && parent != container)
-            fail("a parent is not the node that holds it");
+        if (!field)
+            return;
+        const std::optional<std::uint64_t> parent = TLPropertyList::uidValue(field);
+        if (!parent)
+            fail("a field that must be a reference holds something else");
+        if (*parent != 0 && *parent != container)
+            ++m_repairedParents;
     }
 
     TLBinNodePtr readFields(TLBinNodeKind kind, EntryFields &fields, Uid uid, Uid container, int depth)

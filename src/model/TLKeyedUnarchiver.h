@@ -19,8 +19,9 @@
 // The archive is treated as hostile: only the six classes of the bin model
 // and the Foundation list and string classes are known; every reference,
 // type and class is checked; each node may stand in exactly one list, a
-// node may only be referred to again as the parent of its own children, and
-// a parent must be the node that holds the child (or nil). Integer values
+// node may only be referred to again as the parent of its own children. A
+// parent reference that names anything but the node that holds the child
+// (or nil) is repaired, with one log line: the holder is taken. Integer values
 // are kept as written: the engines that use them handle values outside
 // their sets. The tree is built apart and only handed out complete; every
 // parent is set from containment.

@@ -339,13 +339,11 @@ TEST_F(HostileInputTest, SettingsWithCyclesOrStrayReferencesOpenEmptyAndStayUnto
     };
     const std::vector<std::pair<std::string, std::string>> archives = {
         {"A holds B holds A", twoBins(uid(4), uid(2), 2)},
-        {"B's parent is B itself", twoBins(uid(4), "", 4)},
         {"a list that holds its own list", twoBins(uid(3), "", 2)},
         {"a class that is its own object", archiveXML(listOf("", 1))},
         {"root out of range", twoBins(uid(4), "", 2, 50)},
         {"child out of range", twoBins(uid(4000000000LL), "", 2)},
         {"negative reference", twoBins(uid(-1), "", 2)},
-        {"parent out of range", twoBins(uid(4), "", 99)},
         {"name out of range", archiveXML(listOf(uid(2), 4) + regularBinEntry(999, 0, 0, 5) + "<string>x</string>"
                                          + listClass + binClass)},
         {"root is $null", archiveXML(listOf("", 2) + listClass, 0)},
@@ -360,6 +358,17 @@ TEST_F(HostileInputTest, SettingsWithCyclesOrStrayReferencesOpenEmptyAndStayUnto
             EXPECT_TRUE(document.dataArray()->empty()) << label;
         }
         EXPECT_EQ(test::readFile(settingsPath), contents) << label;
+    }
+    // A parent reference that names anything but the holder (the child
+    // itself, nothing at all) is repaired, and the tree kept.
+    for (const long long parentOfB : {4LL, 99LL}) {
+        test::writeFile(settingsPath, settingsWithArchive(twoBins(uid(4), "", parentOfB)));
+        MyDocument document;
+        EXPECT_TRUE(document.readFromURL(project));
+        ASSERT_EQ(document.dataArray()->size(), 1u) << parentOfB;
+        const TLBinNodePtr holder = document.dataArray()->front();
+        ASSERT_EQ(holder->children()->size(), 1u) << parentOfB;
+        EXPECT_EQ(holder->children()->front()->parent(), holder) << parentOfB;
     }
     // The same shapes as a binary archive with real UIDs.
     auto binary = TLPropertyList::fromBytes(twoBins(uid(4), uid(2), 2));
