@@ -196,6 +196,11 @@ int runSort(const CliSortOptions &options, std::ostream &out, std::ostream &err)
     }
     noteRepeatedRegularBins(document, namesBefore, err);
     noteBinsLeftOut(document, err);
+    if (const std::string reason = document.settingsFailureOfLastSave(); !reason.empty()) {
+        printReason(err, target + " was written with its bins, but the bin tree could not be kept (" + reason +
+                             "), so the next sort of it starts without them");
+        return CliCommandLine::failure;
+    }
     return CliCommandLine::success;
 }
 

@@ -6,6 +6,7 @@
 #include "TLAtomicFile.h"
 #include "TLException.h"
 #include "TLFinderInfo.h"
+#include "TLFormat.h"
 #include "TLKeyedArchiver.h"
 #include "TLKeyedUnarchiver.h"
 #include "TLLocalPaths.h"
@@ -298,6 +299,12 @@ MyDocument::~MyDocument()
     }
 }
 
+std::string MyDocument::settingsFailureOfLastSave() const
+{
+    const std::lock_guard lock(m_stateMutex);
+    return m_settingsFailureOfLastSave;
+}
+
 std::string MyDocument::fileURL() const
 {
     const std::lock_guard lock(m_stateMutex);
@@ -433,27 +440,29 @@ bool MyDocument::storeSettingsForProject(const std::string &projectPath)
 bool MyDocument::storeSettingsForProject(const std::string &projectPath, const TLNodeList &tree,
                                          const std::optional<std::string> &archive)
 {
+    const std::string failure = settingsFailureForProject(projectPath, tree, archive);
+    if (!failure.empty())
+        TLLog::appendLog("Cannot store the settings: %@", failure);
+    return failure.empty();
+}
+
+std::string MyDocument::settingsFailureForProject(const std::string &projectPath, const TLNodeList &tree,
+                                                  const std::optional<std::string> &archive)
+{
     const std::optional<std::string> settingsPath = settingsPathForProject(projectPath);
     if (!settingsPath)
-        return false;
+        return "no settings file can be named for " + projectPath;
+    const std::filesystem::path folder = std::filesystem::path(*settingsPath).parent_path();
     std::error_code error;
-    std::filesystem::create_directories(std::filesystem::path(*settingsPath).parent_path(), error);
-    if (error) {
-        TLLog::appendLog("Cannot make the settings folder for %@: %@", *settingsPath, error.message());
-        return false;
-    }
+    std::filesystem::create_directories(folder, error);
+    if (error)
+        return "cannot make the settings folder " + folder.string() + ": " + error.message();
     TLLog::appendLog("output data: %@", describeNodes(tree));
     if (!archive)
-        return false;
+        return "the bin tree could not be archived";
     // The dictionary is written as XML, as macOS writes it; the archive
     // inside stays binary data, streamed into the file rather than copied.
-    const std::string failure =
-        TLPropertyList::writeDataDictionaryToFile(*settingsPath, settingsDataKey, *archive);
-    if (!failure.empty()) {
-        TLLog::appendLog("Cannot store the settings: %@", failure);
-        return false;
-    }
-    return true;
+    return TLPropertyList::writeDataDictionaryToFile(*settingsPath, settingsDataKey, *archive);
 }
 
 // ---- Saving ----
@@ -545,9 +554,29 @@ bool MyDocument::writeToURLOnThread(const MyDocumentSaveRequest &request)
     // extended attributes loses nothing that matters.
     (void)TLFinderInfo::setTypeAndCreatorCode(request.url, TLFinderInfo::xmlType, TLFinderInfo::finalCutProCreator);
     const ArchivedTree tree = archived.valid() ? archived.get() : archiveOf(dataArray());
-    storeSettingsForProject(request.url, *tree.nodes, tree.archive);
-    updateChangeCountCleared();
-    onMainThread([this] { view().endProgress(); });
+    const std::string settingsFailure = settingsFailureForProject(request.url, *tree.nodes, tree.archive);
+    {
+        const std::lock_guard lock(m_stateMutex);
+        m_settingsFailureOfLastSave = settingsFailure;
+    }
+    // Without its settings the tree would be lost at the next opening: the
+    // document keeps its unsaved mark, so that closing it asks.
+    if (settingsFailure.empty())
+        updateChangeCountCleared();
+    void *window = nullptr;
+    onMainThread([this, &window] {
+        view().endProgress();
+        window = view().windowHandle();
+    });
+    if (!settingsFailure.empty()) {
+        TLLog::appendLog("Cannot store the settings: %@", settingsFailure);
+        TLAlert::alertSheetWithMessageText(
+            "The bins could not be kept",
+            TLFormat::stringWithFormat("The project was saved with its bins, but the bin tree could not be kept "
+                                       "for its next opening: %@. Save again once that is mended.",
+                                       settingsFailure),
+            window);
+    }
     return true;
 }
 

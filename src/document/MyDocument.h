@@ -135,7 +135,13 @@ public:
     // "Error writing file" with the reason is shown on the window and
     // neither the project file nor its settings change (false). True when
     // the project file was written.
+    // When the project file was written but its settings could not be, the
+    // alert "The bins could not be kept" gives the reason, the document
+    // keeps its unsaved mark and settingsFailureOfLastSave says why.
     bool writeToURLOnThread(const MyDocumentSaveRequest &request);
+    // Why the last save could not store the settings; "" when it did (or
+    // before any save).
+    std::string settingsFailureOfLastSave() const;
 
     // Blocks until the last background save (if any) has finished.
     void waitForSave();
@@ -520,6 +526,10 @@ private:
     mutable std::mutex m_saveMutex;
     // Starts a background save; false when one still runs.
     bool startSaveThread(const MyDocumentSaveRequest &request);
+    // Stores the settings; "" or the reason they could not be stored.
+    std::string settingsFailureForProject(const std::string &projectPath, const TLNodeList &tree,
+                                          const std::optional<std::string> &archive);
+    std::string m_settingsFailureOfLastSave; // guarded by m_stateMutex
     // A tree and its keyed archive (nullopt when it could not be made).
     struct ArchivedTree
     {

@@ -18,6 +18,7 @@
 #include <QSignalSpy>
 #include <QTreeView>
 
+#include <filesystem>
 #include <memory>
 
 namespace {
@@ -228,6 +229,29 @@ private slots:
         const std::string saved = test::readFile(m_projectPath.toStdString());
         QVERIFY(saved.find("<name>Keep 2</name>") != std::string::npos);
         QVERIFY(saved.find("Gone 1") == std::string::npos);
+    }
+
+    void settingsThatCannotBeKeptAreReportedOnTheWindow()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        const auto settings = MyDocument::settingsPathForProject(m_projectPath.toStdString());
+        QVERIFY(settings);
+        std::filesystem::remove(*settings);
+        std::filesystem::create_directories(*settings); // a folder where the file must go
+        addRange(*window, QStringLiteral("Reel [1-2]"));
+        window->document().updateChangeCountDone();
+        const auto shownBefore = m_presenter->alerts().size();
+
+        window->saveDocument();
+        QTRY_VERIFY(!window->document().isSaving());
+        QTRY_COMPARE(m_presenter->alerts().size(), shownBefore + 1);
+        const auto alert = m_presenter->alerts().back();
+        QCOMPARE(alert.message, std::string("The bins could not be kept"));
+        QCOMPARE(alert.parentWindow, static_cast<void *>(static_cast<QWidget *>(window.get())));
+        QVERIFY(window->isWindowModified());
+        QVERIFY(test::readFile(m_projectPath.toStdString()).find("<name>Reel 2</name>") != std::string::npos);
+        std::filesystem::remove_all(*settings);
     }
 
     void saveAsMovesTheDocumentAndRevertDropsLaterChanges()

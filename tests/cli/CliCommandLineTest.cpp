@@ -320,6 +320,19 @@ TEST_F(CliCommandLineTest, AFailedWriteLeavesProjectAndSettingsAlone)
 
 // Only the program shows what reaches the terminal: its exit status and the
 // alert on standard error.
+TEST_F(CliCommandLineTest, SettingsThatCannotBeKeptExitOneAndSaySoAfterTheProjectIsWritten)
+{
+    const std::string project = copySample("Blocked.xml");
+    std::filesystem::create_directories(settingsFor(project)); // a folder where the file must go
+    const Outcome run = corvale({"sort", project, "--range", "Reel [1-2]"});
+    EXPECT_EQ(run.status, CliCommandLine::failure);
+    EXPECT_NE(run.err.find("corvale: " + project + " was written with its bins, but the bin tree could not be kept ("),
+              std::string::npos)
+        << run.err;
+    EXPECT_EQ(alertMessages(), std::vector<std::string>{"The bins could not be kept"});
+    EXPECT_NE(test::readFile(project).find("<name>Reel 2</name>"), std::string::npos);
+}
+
 TEST_F(CliCommandLineTest, TheProgramPrintsTheRefusalAlertOnStandardError)
 {
     const std::string project = copySample("Program.xml");

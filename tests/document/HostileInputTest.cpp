@@ -395,9 +395,15 @@ TEST_F(HostileInputTest, ASettingsFileThatIsAFolderSurvivesOpeningAndSaving)
     EXPECT_TRUE(document.dataArray()->empty());
     document.setDataArray({smartBin("Any", "")});
     EXPECT_FALSE(document.storeSettingsForProject(project));
-    // The project itself is written; only its settings cannot be.
+    // The project itself is written; only its settings cannot be, and the
+    // user is told why, the document keeping its unsaved mark.
+    document.updateChangeCountDone();
     EXPECT_TRUE(document.writeToURLOnThread({project, 0}));
     EXPECT_NE(test::readFile(project).find("<name>Any</name>"), std::string::npos);
     EXPECT_EQ(snapshotOf(settingsFolder()), before);
-    EXPECT_TRUE(alerts->alerts().empty());
+    ASSERT_EQ(alerts->alerts().size(), 1u);
+    EXPECT_EQ(alerts->alerts()[0].message, "The bins could not be kept");
+    EXPECT_NE(alerts->alerts()[0].informativeText.find(settingsPath), std::string::npos);
+    EXPECT_NE(document.settingsFailureOfLastSave(), "");
+    EXPECT_TRUE(document.isDocumentEdited());
 }
