@@ -281,7 +281,7 @@ bool DocumentWindow::openProject(const QString &path)
 {
     std::unique_ptr<MyDocument> document = makeDocument();
     // A document that failed to open started no work: it can simply go.
-    if (!document->readFromURL(path.toStdString()))
+    if (!document->openProject(path.toStdString()).empty())
         return false;
     installDocument(std::move(document));
     return true;

@@ -296,7 +296,7 @@ bool TLFCPProjectController::setXmlDocFromFilePath(const std::string &path)
         // large projects are never held at once unless clips still need it.
         dropDocument();
         auto parse = parseBytes(std::move(*bytes), pugi::encoding_auto);
-        adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
+        adoptDocument(std::move(parse.document), parse.hasByteOrderMark, parse.error);
         return true;
     });
 }
@@ -321,7 +321,7 @@ bool TLFCPProjectController::replaceDocumentWithText(std::string text)
         return false;
     dropDocument();
     auto parse = parseBytes(std::move(*bytes), pugi::encoding_utf8);
-    adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
+    adoptDocument(std::move(parse.document), parse.hasByteOrderMark, parse.error);
     return true;
 }
 
@@ -351,7 +351,7 @@ bool TLFCPProjectController::loadXMLFromPremiere(const std::string &path)
         }
         dropDocument();
         auto parse = parseBytes(std::move(*bytes), pugi::encoding_auto);
-        adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
+        adoptDocument(std::move(parse.document), parse.hasByteOrderMark, parse.error);
         const std::string &error = parse.error;
         if (!m_document)
             TLLog::appendLog("Error loading XML data: %@", error);
@@ -373,7 +373,7 @@ bool TLFCPProjectController::loadTOCFromFCP(const std::string &path)
             return false;
         dropDocument();
         auto parse = parseBytes(std::move(*bytes), pugi::encoding_auto);
-        adoptDocument(std::move(parse.document), parse.hasByteOrderMark);
+        adoptDocument(std::move(parse.document), parse.hasByteOrderMark, parse.error);
         const std::string &error = parse.error;
         if (m_document)
             return true;
@@ -577,7 +577,7 @@ void TLFCPProjectController::collectClipsAndMasterClipPaths()
 void TLFCPProjectController::setXmlDoc(std::unique_ptr<pugi::xml_document> document)
 {
     dropDocument();
-    adoptDocument(std::move(document), false);
+    adoptDocument(std::move(document), false, {});
 }
 
 pugi::xml_document *TLFCPProjectController::xmlDoc()
@@ -598,11 +598,13 @@ void TLFCPProjectController::dropDocument()
     m_document.reset();
 }
 
-void TLFCPProjectController::adoptDocument(std::shared_ptr<pugi::xml_document> document, bool hasByteOrderMark)
+void TLFCPProjectController::adoptDocument(std::shared_ptr<pugi::xml_document> document, bool hasByteOrderMark,
+                                           std::string parseError)
 {
     dropDeferredChange();
     m_document = std::move(document);
     m_hasByteOrderMark = hasByteOrderMark;
+    m_parseError = std::move(parseError);
 }
 
 void TLFCPProjectController::deferChange(std::function<void()> change)

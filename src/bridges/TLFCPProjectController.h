@@ -146,6 +146,9 @@ public:
     const pugi::xml_document *xmlDoc() const;
     // Whether the text of the project began with a byte-order mark.
     bool hasByteOrderMark() const { return m_hasByteOrderMark; }
+    // Why the last load's text was not well-formed XML ("<reason> at offset
+    // N"); "" when it was, or when no text was parsed.
+    const std::string &parseError() const { return m_parseError; }
 
     // Takes a change of the document that is already decided (a save has
     // written the project as it will be) but need not be made until the
@@ -197,7 +200,7 @@ private:
     // Lets go of the document (and anything deferred for it) before a new
     // one is parsed, so that two large projects are never held at once.
     void dropDocument();
-    void adoptDocument(std::shared_ptr<pugi::xml_document> document, bool hasByteOrderMark);
+    void adoptDocument(std::shared_ptr<pugi::xml_document> document, bool hasByteOrderMark, std::string parseError);
     // Parses UTF-8 text as the new document (none when not well-formed);
     // false, with the document unchanged, only when memory runs out.
     bool replaceDocumentWithText(std::string text);
@@ -206,6 +209,7 @@ private:
     TLProjectSources m_sources;
     std::shared_ptr<pugi::xml_document> m_document;
     bool m_hasByteOrderMark = false;
+    std::string m_parseError;
     // Recursive: the change itself calls members that check for it.
     mutable std::recursive_mutex m_deferredChangeMutex;
     mutable std::function<void()> m_deferredChange;

@@ -26,46 +26,13 @@ void printReason(std::ostream &err, const std::string &reason)
     err << "corvale: " << reason << '\n';
 }
 
-// Why `path` cannot be a project file, or "" when it can be read as one.
-std::string fileProblem(const std::string &path)
-{
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0)
-        return "cannot open " + path + ": " + std::strerror(errno);
-    if (S_ISDIR(status.st_mode))
-        return "cannot open " + path + ": it is a folder";
-    return {};
-}
-
-bool hasExtensionFcp(const std::string &path)
-{
-    const auto dot = path.rfind('.');
-    if (dot == std::string::npos || path.find('/', dot) != std::string::npos)
-        return false;
-    std::string extension = path.substr(dot + 1);
-    for (char &c : extension)
-        c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-    return extension == "fcp";
-}
-
 // Opens `path` as the document does. On failure the reason is printed
 // (after any alert the document showed) and false returned.
 bool openProject(MyDocument &document, const std::string &path, std::ostream &err)
 {
-    if (auto problem = fileProblem(path); !problem.empty()) {
-        printReason(err, problem);
-        return false;
-    }
-    if (!document.readFromURL(path)) {
-        printReason(err, hasExtensionFcp(path)
-                             ? "cannot open " + path + ": Final Cut Pro projects open only through Final Cut Pro; export the project as XML"
-                             : "cannot open " + path);
-        return false;
-    }
-    const auto controller = document.mediaController();
-    const pugi::xml_document *xml = controller ? controller->xmlDoc() : nullptr;
-    if (!xml || !xml->document_element()) {
-        printReason(err, "cannot open " + path + ": it is not well-formed XML");
+    const bool opened = document.readFromURL(path);
+    if (const std::string reason = document.reasonProjectCannotOpen(path, opened); !reason.empty()) {
+        printReason(err, reason);
         return false;
     }
     return true;

@@ -378,6 +378,39 @@ bool MyDocument::readFromURL(const std::string &path, std::string_view /*type*/)
     return loaded;
 }
 
+std::string MyDocument::reasonProjectCannotOpen(const std::string &path, bool opened) const
+{
+    const std::string cannotOpen = "cannot open " + path;
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (error)
+        return cannotOpen + ": " + error.message();
+    if (std::filesystem::is_directory(status))
+        return cannotOpen + ": it is a folder";
+    if (!opened && isFinalCutProProject(path))
+        return cannotOpen + ": Final Cut Pro projects open only through Final Cut Pro; export the project as XML";
+    if (!opened)
+        return cannotOpen;
+    const std::shared_ptr<TLFCPProjectController> controller = mediaController();
+    const pugi::xml_document *xml = controller ? controller->xmlDoc() : nullptr;
+    if (!xml || !xml->document_element()) {
+        const std::string parseError = controller ? controller->parseError() : std::string();
+        return cannotOpen + ": it is not well-formed XML" + (parseError.empty() ? "" : " (" + parseError + ")");
+    }
+    return {};
+}
+
+std::string MyDocument::openProject(const std::string &path)
+{
+    const bool opened = readFromURL(path);
+    const std::string reason = reasonProjectCannotOpen(path, opened);
+    // A file holding only a sequence has had its own alert, and has no
+    // controller left.
+    if (!reason.empty() && mediaController())
+        TLAlert::alertSheetWithMessageText("The project could not be opened", reason, nullptr);
+    return reason;
+}
+
 std::optional<std::string> MyDocument::settingsPathForProject(const std::string &projectPath)
 {
     const std::optional<std::string> support = TLLocalPaths::appSupportDirectory(true);

@@ -72,6 +72,19 @@ public:
     // "Is XML file". `type` is not consulted.
     [[nodiscard]] bool readFromURL(const std::string &path, std::string_view type = {});
 
+    // Why the project at `path` cannot be worked on after readFromURL gave
+    // `opened`: "cannot open PATH: <reason>" for a missing file or a folder,
+    // a Final Cut Pro project that Final Cut Pro did not give (say so, and
+    // what to do: export it as XML), any other failed opening, and a file
+    // that is not well-formed XML (with the parser's reason and offset);
+    // "" when it can.
+    std::string reasonProjectCannotOpen(const std::string &path, bool opened) const;
+    // readFromURL for a window: when the project cannot be worked on, the
+    // alert "The project could not be opened" gives the reason (unless the
+    // opening showed an alert of its own), and the reason is returned; ""
+    // when it opened.
+    std::string openProject(const std::string &path);
+
     // Restores the bin tree saved for the project at `path` and reloads the
     // outline. At the top level, nodes whose identifier the project no
     // longer holds are dropped, smart bins and smart ranges are resolved

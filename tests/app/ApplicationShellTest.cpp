@@ -198,6 +198,8 @@ private slots:
         shell.start(quietStart());
         QVERIFY(shell.openDocumentWindow(project.path()));
         QVERIFY(!shell.startWindow()->isVisible());
+        // A project that cannot be opened says why, and opens no window.
+        QTimer::singleShot(100, this, [] { answerAlert(QStringLiteral("OK")); });
         QVERIFY(shell.openDocumentWindow(QStringLiteral("/nonexistent/project.xml")) == nullptr);
         QCOMPARE(shell.documentWindows().size(), 1);
 

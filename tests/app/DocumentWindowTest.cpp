@@ -231,6 +231,31 @@ private slots:
         QVERIFY(saved.find("Gone 1") == std::string::npos);
     }
 
+    void projectsThatCannotBeOpenedAreRefusedWithTheReason()
+    {
+        const std::string notXML = m_folder->file("Shot list.xml");
+        test::writeFile(notXML, "1. Harbour, wide\n2. Boats\n");
+        const std::string project = m_folder->file("Spots.fcp");
+        test::writeFile(project, "binary project");
+        const std::pair<std::string, std::string> cases[] = {
+            {notXML, ": it is not well-formed XML ("},
+            {project, ": Final Cut Pro projects open only through Final Cut Pro; export the project as XML"},
+            {m_folder->file("Missing.xml"), ": No such file or directory"},
+        };
+        for (const auto &[path, reason] : cases) {
+            const auto shownBefore = m_presenter->alerts().size();
+            DocumentWindow window;
+            QVERIFY(!window.openProject(QString::fromStdString(path)));
+            QCOMPARE(m_presenter->alerts().size(), shownBefore + 1);
+            const auto alert = m_presenter->alerts().back();
+            QCOMPARE(alert.message, std::string("The project could not be opened"));
+            QVERIFY2(alert.informativeText.find("cannot open " + path + reason) != std::string::npos,
+                     alert.informativeText.c_str());
+        }
+        // Nothing was written over the file that is not a project.
+        QCOMPARE(test::readFile(notXML), std::string("1. Harbour, wide\n2. Boats\n"));
+    }
+
     void settingsThatCannotBeKeptAreReportedOnTheWindow()
     {
         auto window = openSample();

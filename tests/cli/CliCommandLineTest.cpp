@@ -299,7 +299,7 @@ TEST_F(CliCommandLineTest, ProjectsThatCannotBeSortedAreRefusedBeforeAnyEdit)
     const std::string plain = m_folder.file("Plain.xml");
     test::writeFile(plain, "<notes><note/></notes>");
     const std::string sequence = test::fixtures::writeSequenceOnlyProject(m_folder, "Sequence.xml");
-    EXPECT_EQ(corvale({"show", garbled}).err, "corvale: cannot open " + garbled + ": it is not well-formed XML\n");
+    EXPECT_EQ(corvale({"show", garbled}).err, "corvale: cannot open " + garbled + ": it is not well-formed XML (Start-end tags mismatch at offset 15)\n");
     EXPECT_NE(corvale({"sort", plain, "--bin", "A"}).err.find("holds no xmeml project"), std::string::npos);
     EXPECT_EQ(corvale({"sort", sequence, "--bin", "A"}).status, CliCommandLine::failure);
     EXPECT_EQ(alertMessages(), std::vector<std::string>{"This file is incompatible with Corvale"});
