@@ -13,10 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <iostream>
-#include <sys/stat.h>
 #include <unordered_set>
 
 namespace {

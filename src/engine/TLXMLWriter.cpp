@@ -99,10 +99,9 @@ bool isStrayWhitespace(const pugi::xml_node &text)
 
 } // namespace
 
-TLXMLWriter::TLXMLWriter(Output output, Layout layout) : m_output(std::move(output)), m_layout(layout)
-{
-    m_buffer.reserve(bufferLimit + 4096);
-}
+// The buffer grows as it is used: a writer of one clip or one escaped text
+// must not cost a quarter of a megabyte.
+TLXMLWriter::TLXMLWriter(Output output, Layout layout) : m_output(std::move(output)), m_layout(layout) {}
 
 TLXMLWriter::~TLXMLWriter() = default;
 

@@ -1,6 +1,7 @@
 #include "TLXMLWriter.h"
 
 #include "TLXMLParser.h"
+#include "XMLTreeDifference.h"
 
 #include <gtest/gtest.h>
 
@@ -31,31 +32,6 @@ std::string written(pugi::xml_node node, TLXMLWriter::Layout layout = TLXMLWrite
     return text;
 }
 
-// The same nodes, names, values and attributes, in the same order.
-void expectSameTree(pugi::xml_node expected, pugi::xml_node actual)
-{
-    ASSERT_EQ(expected.type(), actual.type());
-    EXPECT_STREQ(expected.name(), actual.name());
-    EXPECT_STREQ(expected.value(), actual.value());
-    auto attribute = actual.first_attribute();
-    for (const pugi::xml_attribute &wanted : expected.attributes()) {
-        ASSERT_TRUE(attribute) << wanted.name();
-        EXPECT_STREQ(wanted.name(), attribute.name());
-        if (std::string_view(wanted.name()) != "encoding") {
-            EXPECT_STREQ(wanted.value(), attribute.value());
-        }
-        attribute = attribute.next_attribute();
-    }
-    EXPECT_FALSE(attribute);
-    auto child = actual.first_child();
-    for (const pugi::xml_node &wanted : expected.children()) {
-        ASSERT_TRUE(child) << "missing " << wanted.name();
-        expectSameTree(wanted, child);
-        child = child.next_sibling();
-    }
-    EXPECT_FALSE(child) << "extra " << child.name();
-}
-
 TEST(TLXMLWriterTest, EveryKindOfNodeReadsBackAsItWas)
 {
     const std::string awkward[] = {
@@ -74,7 +50,7 @@ TEST(TLXMLWriterTest, EveryKindOfNodeReadsBackAsItWas)
         const pugi::xml_document original = parsed(text);
         for (const auto layout : {TLXMLWriter::Layout::indented, TLXMLWriter::Layout::raw}) {
             const pugi::xml_document again = parsed(written(original, layout));
-            expectSameTree(original, again);
+            EXPECT_EQ(test::treeDifference(original, again), "");
         }
     }
 }
@@ -105,7 +81,7 @@ TEST(TLXMLWriterTest, IndentsBetweenElementsOnlyAndStopsAtGreatDepth)
     // with its square.
     EXPECT_EQ(text.find(std::string(TLXMLWriter::maximumIndentedDepth + 1, '\t')), std::string::npos);
     EXPECT_NE(text.find(std::string(TLXMLWriter::maximumIndentedDepth, '\t') + "<d>"), std::string::npos);
-    expectSameTree(parsed(deep), parsed(text));
+    EXPECT_EQ(test::treeDifference(parsed(deep), parsed(text)), "");
 }
 
 TEST(TLXMLWriterTest, ChangesLeaveSubtreesOutAndAppendContent)
