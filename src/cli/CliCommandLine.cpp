@@ -68,7 +68,7 @@ void noteRepeatedRegularBins(MyDocument &document, const std::vector<std::string
     const auto tree = document.dataArray();
     if (!tree)
         return;
-    const TLNodeList leftOut = document.binsLeftOutOfLastMerge();
+    const TLNodeList leftOut = document.reportOfLastWrite().binsLeftOut();
     for (const auto &node : *tree) {
         if (!node || node->kind() != TLBinNodeKind::regularBin || isAmong(leftOut, node))
             continue;
@@ -79,17 +79,13 @@ void noteRepeatedRegularBins(MyDocument &document, const std::vector<std::string
     }
 }
 
-// The merge writes a bin's name as it stands, so a name holding "&" or "<"
-// that does not read as XML leaves its bin out; the document only logs it.
-// The next opening drops such a bin from the tree, so the user hears of it
-// now.
-void noteBinsLeftOut(MyDocument &document, std::ostream &err)
+// The document writes what it can and reports the rest: bins left out and
+// clips that cannot be referred to. The next opening drops a bin left out,
+// so the user hears of it now.
+void noteWhatWasNotWritten(MyDocument &document, std::ostream &err)
 {
-    for (const auto &node : document.binsLeftOutOfLastMerge()) {
-        err << "corvale: note: the bin " << CliText::quoted(node->binName())
-            << " could not be merged into the project (its name holds \"&\" or \"<\" and is not well-formed "
-               "XML) and will be gone when the project is next opened\n";
-    }
+    for (const std::string &note : document.reportOfLastWrite().notes())
+        err << "corvale: note: " << note << '\n';
 }
 
 MyDocumentServices servicesWithView(const std::shared_ptr<CliDocumentView> &view)
@@ -159,7 +155,7 @@ int runSort(const CliSortOptions &options, std::ostream &out, std::ostream &err)
         return CliCommandLine::failure;
     }
     noteRepeatedRegularBins(document, namesBefore, err);
-    noteBinsLeftOut(document, err);
+    noteWhatWasNotWritten(document, err);
     if (const std::string reason = document.settingsFailureOfLastSave(); !reason.empty()) {
         printReason(err, target + " was written with its bins, but the bin tree could not be kept (" + reason +
                              "), so the next sort of it starts without them");

@@ -6,6 +6,7 @@
 #include "TLMediaItem.h"
 #include "TLSmartBin.h"
 #include "TLSmartRangeItem.h"
+#include "TLWriteReport.h"
 
 #include <nlohmann/json.hpp>
 
@@ -26,14 +27,20 @@ std::string quotedName(std::string_view name)
     return text + "\"";
 }
 
+// Clips without an identifier cannot be told apart, so each counts as one.
 std::size_t distinctClipCount(const TLBinNodePtr &node)
 {
     std::unordered_set<std::string> uuids;
+    std::size_t withoutUUID = 0;
     for (const auto &child : *node->children()) {
-        if (child && child->kind() == TLBinNodeKind::mediaItem)
-            uuids.insert(child->uuid().value_or(""));
+        if (!child || child->kind() != TLBinNodeKind::mediaItem)
+            continue;
+        if (const auto uuid = child->uuid())
+            uuids.insert(*uuid);
+        else
+            ++withoutUUID;
     }
-    return uuids.size();
+    return uuids.size() + withoutUUID;
 }
 
 // A smart bin of match type "any" lists a clip once per filter it passes,
@@ -46,6 +53,8 @@ std::string clipsText(const TLBinNodePtr &node)
     const std::size_t distinct = distinctClipCount(node);
     if (distinct != count)
         text += " (" + std::to_string(distinct) + " distinct)";
+    if (const std::size_t withoutUUID = TLWriteReport::clipsWithoutIdentifier(*node))
+        text += ", " + std::to_string(withoutUUID) + " without uuid";
     return text;
 }
 
@@ -106,12 +115,14 @@ void addKindFields(Json &object, const TLBinNodePtr &node)
         object["match"] = CliNames::wordForNumber(CliNames::matchTypes(), bin.matchType());
         object["filters"] = filtersJson(bin);
         object["clips"] = CliTreePrinter::clipCount(node);
+        object["clipsWithoutUUID"] = TLWriteReport::clipsWithoutIdentifier(*node);
         break;
     }
     case TLBinNodeKind::smartRangeItem: {
         const auto &item = static_cast<const TLSmartRangeItem &>(*node);
         object["criterion"] = CliNames::wordForNumber(CliNames::criteria(), item.criteria());
         object["clips"] = CliTreePrinter::clipCount(node);
+        object["clipsWithoutUUID"] = TLWriteReport::clipsWithoutIdentifier(*node);
         break;
     }
     case TLBinNodeKind::mediaItem:

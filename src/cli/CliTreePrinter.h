@@ -20,7 +20,9 @@ public:
     // One line per bin, indented two blanks per level: the kind, the name in
     // double quotes (a '"' or '\' inside preceded by a '\'), the number of
     // clips for smart bins and smart ranges (with the number of distinct
-    // clip identifiers when a clip is listed more than once), and the identifier ("no uuid
+    // clip identifiers when a clip is listed more than once, and the number
+    // of clips without an identifier, which a save cannot write into the
+    // bin, as ", 3 without uuid"), and the identifier ("no uuid
     // yet" before the bin was first written; nothing for regular bins, which
     // never keep one). Clips get a line each only with `withClips`. An
     // empty tree prints "(no bins)". Every line ends in "\n".
@@ -30,7 +32,8 @@ public:
     // children nested: "kind", "name", "uuid" (null when unset) and
     // "children" for every node; "expression", "index" and "count" for a
     // range; "match", "filters" (each with "field", "operator", "value") and
-    // "clips" for a smart bin; "criterion" and "clips" for a smart range;
+    // "clips" and "clipsWithoutUUID" for a smart bin; "criterion", "clips"
+    // and "clipsWithoutUUID" for a smart range;
     // "path" (null when unknown) for a clip. Field, operator, match and
     // criterion values are the words of `corvale fields`. Text that is not
     // valid UTF-8 is printed with U+FFFD in place of the bad bytes.

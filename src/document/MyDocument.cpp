@@ -597,8 +597,9 @@ bool MyDocument::writeToURLOnThread(const MyDocumentSaveRequest &request)
     if (settingsFailure.empty())
         updateChangeCountCleared();
     void *window = nullptr;
-    onMainThread([this, &window] {
+    onMainThread([this, &window, message = reportOfLastWrite().message()] {
         view().endProgress();
+        view().showWriteReport(message);
         window = view().windowHandle();
     });
     if (!settingsFailure.empty()) {

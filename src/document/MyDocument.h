@@ -3,6 +3,7 @@
 #pragma once
 
 #include "MyDocumentView.h"
+#include "TLWriteReport.h"
 #include "TLBinNode.h"
 #include "TLFCPProjectController.h"
 #include "TLProjectMerge.h"
@@ -221,10 +222,13 @@ public:
     // document, since removed bins may have held some of them.
     void addBinsToXML();
 
-    // The top-level nodes whose bins the last merge (a save's or
-    // addBinsToXML's) left out because their text did not parse: a name
-    // holding "&" or "<" that does not read as XML. Empty before any merge.
-    TLNodeList binsLeftOutOfLastMerge() const;
+    // What the last merge (a save's or addBinsToXML's) or send could not
+    // write: the top-level bins left out because their text did not parse
+    // (a name holding "&" or "<" that does not read as XML; a send writes
+    // every bin) and the clips without an identifier in the bins written.
+    // Empty before any write. A save and a send also hand its message to
+    // the view when they end.
+    TLWriteReport reportOfLastWrite() const;
 
     // The send command: starts sendToFCPOnThread on a thread of its own and
     // returns at once. Sends are not serialised: one started while another
@@ -505,7 +509,7 @@ private:
     // with every lasting effect of generation (identifiers, "replaceoradd"),
     // and records the bins it leaves out.
     TLProjectMerge planMerge();
-    TLNodeList m_binsLeftOut; // guarded by m_stateMutex
+    TLWriteReport m_reportOfLastWrite; // guarded by m_stateMutex
 
     // MyDocumentCommands.cpp: the open sheet's lists (only one sheet is open
     // at a time, and opening any sheet clears them all), the count of running

@@ -2,6 +2,7 @@
 #include "MyDocument.h"
 
 #include "TLAtomicFile.h"
+#include "TLBinText.h"
 #include "TLException.h"
 #include "TLFileManager.h"
 #include "TLFormat.h"
@@ -173,21 +174,6 @@ private:
     BinTextUse m_use;
 };
 
-// Text that a bin text holds as it stands and that parses back to itself:
-// nothing that could start markup or a reference, end a CDATA section, or
-// that the parser would normalise (carriage returns) or refuse (control
-// characters).
-bool isPlainText(std::string_view text)
-{
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (character == '<' || character == '&' || character == '\r'
-            || (byte < 0x20 && character != '\t' && character != '\n'))
-            return false;
-    }
-    return text.find("]]>") == std::string_view::npos;
-}
-
 // Describes each bin of a merge without writing it: its texts and the
 // project's clip elements it will hold, with the same lasting effects as
 // writing its text (identifiers given out, "replaceoradd" set on the clips
@@ -212,7 +198,7 @@ public:
         }
         bin.uuid = *uuid;
         bin.name = node.binName();
-        bool plain = isPlainText(bin.uuid) && isPlainText(bin.name);
+        bool plain = TLBinText::isPlain(bin.uuid) && TLBinText::isPlain(bin.name);
         bin.carriedText = BinWriter::earlierChildrenText(earlier);
         switch (node.kind()) {
         case TLBinNodeKind::regularBin:
@@ -285,92 +271,6 @@ pugi::xml_node earlierBinToReplace(const TLBinNodePtr &node, const TLFCPProjectC
     return earlier;
 }
 
-bool isReferenceName(std::string_view name)
-{
-    if (name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos")
-        return true;
-    const bool hexadecimal = name.starts_with("#x");
-    const std::string_view digits = name.substr(hexadecimal ? 2 : 1);
-    if (!name.starts_with('#') || digits.empty())
-        return false;
-    const char *allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
-    return digits.find_first_not_of(allowed) == std::string_view::npos;
-}
-
-// Past the CDATA section, comment or processing instruction that starts at
-// `at`; just past the "<" for anything else.
-std::size_t skipMarkup(std::string_view text, std::size_t at)
-{
-    static constexpr std::pair<std::string_view, std::string_view> sections[] = {
-        {"<![CDATA[", "]]>"}, {"<!--", "-->"}, {"<?", "?>"}};
-    for (const auto &[open, close] : sections) {
-        if (text.substr(at).starts_with(open)) {
-            const std::size_t end = text.find(close, at + open.size());
-            return end == std::string_view::npos ? text.size() : end + close.size();
-        }
-    }
-    return at + 1;
-}
-
-std::string problemAt(std::string_view problem, std::size_t offset)
-{
-    return TLFormat::stringWithFormat("%@ at offset %li", problem, static_cast<long>(offset));
-}
-
-// What pugixml lets through but XML forbids: an "&" that starts no
-// predefined entity or character reference (a bin name holding "&" is
-// written bare), "]]>" outside a CDATA section, and control characters.
-// CDATA sections, comments and processing instructions are skipped; pugixml
-// checks their own syntax.
-std::optional<std::string> looseMarkupProblem(std::string_view text)
-{
-    for (std::size_t at = 0; at < text.size();) {
-        const char character = text[at];
-        if (character == '<') {
-            at = skipMarkup(text, at);
-            continue;
-        }
-        if (character == '&') {
-            const std::size_t end = text.find(';', at);
-            if (end == std::string_view::npos || !isReferenceName(text.substr(at + 1, end - at - 1)))
-                return problemAt("Undefined entity or unescaped &", at);
-            at = end + 1;
-            continue;
-        }
-        if (character == ']' && text.substr(at).starts_with("]]>"))
-            return problemAt("\"]]>\" outside a CDATA section", at);
-        if (static_cast<unsigned char>(character) < 0x20 && character != '\t' && character != '\n' &&
-            character != '\r')
-            return problemAt("Control character", at);
-        ++at;
-    }
-    return std::nullopt;
-}
-
-// One bin text parsed on its own; null (after logging why) when it is not
-// exactly one well-formed element.
-std::shared_ptr<pugi::xml_document> parsedBin(const std::string &text)
-{
-    if (const std::optional<std::string> problem = looseMarkupProblem(text)) {
-        TLLog::appendLog("Error creating bin: %@", *problem);
-        return nullptr;
-    }
-    auto bin = std::make_shared<pugi::xml_document>();
-    const pugi::xml_parse_result result =
-        bin->load_buffer(text.data(), text.size(), TLXMLParser::projectParseOptions, pugi::encoding_utf8);
-    if (!result) {
-        TLLog::appendLog("Error creating bin: %@",
-                         problemAt(result.description(), static_cast<std::size_t>(result.offset)));
-        return nullptr;
-    }
-    // A name holding markup can close the bin early and open another one.
-    if (bin->first_child() != bin->last_child()) {
-        TLLog::appendLog("Error creating bin: %@", "Text after the bin element");
-        return nullptr;
-    }
-    return bin;
-}
-
 // "/Projects/Spots.prproj" gives "/Projects/Spots-Corvale.xml", or a free
 // variant of it.
 std::string premiereOutputPath(const std::string &projectPath)
@@ -438,10 +338,10 @@ void MyDocument::addBinsToXML()
         merge.applyTo(*controller);
 }
 
-TLNodeList MyDocument::binsLeftOutOfLastMerge() const
+TLWriteReport MyDocument::reportOfLastWrite() const
 {
     const std::lock_guard lock(m_stateMutex);
-    return m_binsLeftOut;
+    return m_reportOfLastWrite;
 }
 
 TLProjectMerge MyDocument::planMerge()
@@ -468,12 +368,14 @@ TLProjectMerge MyDocument::planMerge()
         }
         std::string text;
         BinWriter(controller.get(), text, BinTextUse::merge).writeBin(*node);
-        if (std::shared_ptr<pugi::xml_document> parsed = parsedBin(text)) {
+        std::string problem;
+        if (std::shared_ptr<pugi::xml_document> parsed = TLBinText::parsed(text, problem)) {
             TLMergedBin parsedBin;
             parsedBin.parsed = std::move(parsed);
             merge.bins.push_back(std::move(parsedBin));
             continue;
         }
+        TLLog::appendLog("Error creating bin: %@", problem);
         leftOut.push_back(node);
     }
     for (const TLBinNodePtr &node : topLevel) {
@@ -483,7 +385,7 @@ TLProjectMerge MyDocument::planMerge()
     merge.target = controller->firstNodeForQuery(projectChildrenQuery).node();
     {
         const std::lock_guard lock(m_stateMutex);
-        m_binsLeftOut = std::move(leftOut);
+        m_reportOfLastWrite = TLWriteReport::ofWrite(topLevel, std::move(leftOut));
     }
     return merge;
 }
@@ -539,6 +441,12 @@ void MyDocument::runSendSteps()
 
     const std::string projectPath = fileURL();
     const std::string text = generateXMLOutput();
+    const TLNodeListPtr bins = dataArray();
+    TLWriteReport report = TLWriteReport::ofWrite(bins ? *bins : TLNodeList());
+    {
+        const std::lock_guard lock(m_stateMutex);
+        m_reportOfLastWrite = report;
+    }
     // Premiere Pro projects see this label too.
     onMainThread([this] { view().updateProgressLabel("Sending to Final Cut Pro..."); });
     if (isPremiereProject()) {
@@ -554,6 +462,7 @@ void MyDocument::runSendSteps()
     // so the next send replaces these bins.
     if (!projectPath.empty())
         (void)storeSettingsForProject(projectPath);
+    onMainThread([this, message = report.message()] { view().showWriteReport(message); });
 }
 
 void MyDocument::sendToPremiere(const std::string &projectPath)

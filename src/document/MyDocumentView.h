@@ -29,6 +29,11 @@ public:
     // Starts editing the node's name in place.
     virtual void editItemName(const TLBinNodePtr & /*node*/) {}
 
+    // What the save or send that just ended could not write, as
+    // TLWriteReport::message() words it; "" when it wrote everything.
+    // Shown without stopping the user (a save may leave out a bin).
+    virtual void showWriteReport(const std::string & /*message*/) {}
+
     // The progress sheet of saving and sending.
     virtual void startProgress() {}
     virtual void endProgress() {}

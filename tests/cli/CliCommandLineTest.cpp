@@ -210,15 +210,69 @@ TEST_F(CliCommandLineTest, SecondSortReplacesTheBinsOfTheFirst)
     EXPECT_EQ(uuids.size(), 2u + 7u);
 }
 
-TEST_F(CliCommandLineTest, ABinTheMergeLeavesOutIsNamed)
+TEST_F(CliCommandLineTest, EveryBinTheMergeLeavesOutIsNamedWithItsReason)
 {
-    const std::string project = copySample("LeftOut.xml");
-    const Outcome run = corvale({"sort", project, "--smart-bin", "Rock & Roll", "--filter", "name contains drone",
-                                 "--range", "Reel [1-2]"});
+    const std::string tail = " \"&\" or \"<\" and is not well-formed XML) and will be gone when the project is next "
+                             "opened\n";
+    const struct
+    {
+        std::vector<std::string> edits;
+        std::string notes;
+        std::size_t binsWritten;
+    } cases[] = {
+        {{"--smart-bin", "Rock & Roll", "--filter", "name contains drone", "--range", "Reel [1-2]"},
+         "corvale: note: the bin \"Rock & Roll\" could not be merged into the project (its name holds" + tail, 2},
+        {{"--bin", "R&D"}, "corvale: note: the bin \"R&D\" could not be merged into the project (its name holds" + tail,
+         0},
+        {{"--bin", "Top", "--in", "Top", "--bin", "A<B"},
+         "corvale: note: the bin \"Top\" could not be merged into the project (the name of \"Top/A<B\" inside it "
+         "holds" + tail,
+         0},
+        // The sample already holds "Selects": a copy left out is not one more.
+        {{"--bin", "Selects", "--in", "Selects", "--bin", "R&D"},
+         "corvale: note: the bin \"Selects\" could not be merged into the project (the name of \"Selects/R&D\" "
+         "inside it holds" + tail,
+         0},
+    };
+    for (const auto &[edits, notes, binsWritten] : cases) {
+        SCOPED_TRACE(edits[1]);
+        const std::string project = copySample("LeftOut.xml");
+        const std::size_t binsBefore = binUuidsIn(project).size();
+        std::vector<std::string> arguments = {"sort", project};
+        arguments.insert(arguments.end(), edits.begin(), edits.end());
+        const Outcome run = corvale(arguments);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, notes);
+        EXPECT_EQ(binUuidsIn(project).size(), binsBefore + binsWritten);
+        std::filesystem::remove(project);
+    }
+}
+
+TEST_F(CliCommandLineTest, ClipsWithoutAnIdentifierAreCountedInShowAndNotedAfterASort)
+{
+    test::ProjectBuilder builder;
+    builder.addClip({.id = "a", .name = "Drone 1", .uuid = "A1"})
+        .addClip({.id = "b", .name = "Drone 2"})
+        .addClip({.id = "c", .name = "Drone 3"})
+        .addClip({.id = "d", .name = "Street"});
+    const std::string project = builder.writeTo(m_folder, "Newsroom.xml");
+    const Outcome run = corvale({"sort", project, "--smart-bin", "Drones", "--filter", "name contains drone",
+                                 "--smart-bin", "Streets", "--filter", "name contains street"});
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "corvale: note: the bin \"Rock & Roll\" could not be merged into the project (its name holds "
-                       "\"&\" or \"<\" and is not well-formed XML) and will be gone when the project is next opened\n");
-    EXPECT_EQ(shownUuids(project).size(), 2u);
+    EXPECT_EQ(run.err, "corvale: note: 2 clips of the bin \"Drones\" could not be written into it (they have no uuid "
+                       "of their own in the project)\n"
+                       "corvale: note: 1 clip of the bin \"Streets\" could not be written into it (it has no uuid of "
+                       "its own in the project)\n");
+
+    const auto tree = nlohmann::json::parse(corvale({"show", project, "--json"}).out);
+    ASSERT_EQ(tree.size(), 2u);
+    // The sort wrote the clip with an identifier into the bin, where the
+    // resolvers find it once more.
+    EXPECT_EQ(tree[0]["clips"], 4);
+    EXPECT_EQ(tree[0]["clipsWithoutUUID"], 2);
+    EXPECT_EQ(tree[1]["clipsWithoutUUID"], 1);
+    EXPECT_NE(corvale({"show", project}).out.find("smart-bin \"Drones\", 4 clips (3 distinct), 2 without uuid, uuid "),
+              std::string::npos);
 }
 
 TEST_F(CliCommandLineTest, DryRunPrintsTheTreeAndWritesNothing)

@@ -131,7 +131,7 @@ TEST(TLProjectWriterTest, ASaveGivesTheBytesOfMergingIntoTheTreeThenWritingIt)
     // The second save finds the first one's bins in the tree (replacing
     // them, carrying their text over) as a merge made in the tree would.
     EXPECT_EQ(saved.save("second.xml"), reference.mergeThenWrite());
-    EXPECT_EQ(saved.document.binsLeftOutOfLastMerge().size(), 1u);
+    EXPECT_EQ(saved.document.reportOfLastWrite().binsLeftOut().size(), 1u);
 
     // What the first save wrote: the prolog as it was, a carriage return as
     // a reference, the carried text escaped, the earlier bin replaced.
