@@ -8,18 +8,25 @@
 #include "QtMainThread.h"
 #include "TLAlert.h"
 #include "TLMainThread.h"
+#include "TLWriteReport.h"
 
 #include <QAction>
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
 #include <QHeaderView>
 #include <QItemSelectionModel>
+#include <QStatusBar>
 #include <QStyle>
 #include <QTimer>
 #include <QToolBar>
+#include <QToolButton>
 #include <QTreeView>
+#include <QVBoxLayout>
 
 #include <algorithm>
 #include <atomic>
@@ -110,6 +117,12 @@ public:
         for (QAction *action : {window->m_emptyBinAction, window->m_binRangeAction, window->m_smartBinAction,
                                 window->m_smartRangeAction})
             action->setEnabled(enabled);
+    }
+
+    void showWriteReport(const std::string &message) override
+    {
+        if (auto *window = shown())
+            window->showNotice(QString::fromStdString(message));
     }
 
     void startProgress() override { forward(&DocumentSheets::startProgress); }
@@ -236,6 +249,7 @@ void DocumentWindow::installDocument(std::unique_ptr<MyDocument> document)
     connect(m_outlineView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &DocumentWindow::outlineSelectionChanged);
     m_sheets = std::make_unique<DocumentSheets>(*m_document, this, [this] { return selectedNode(); });
+    showNotice({});
 
     const bool hostProject = isHostProject();
     m_sendAction->setVisible(hostProject);
@@ -388,10 +402,56 @@ void DocumentWindow::createOutline()
     m_outlineView->setExpandsOnDoubleClick(false);
     m_outlineView->setUniformRowHeights(true);
     m_outlineView->setIconSize(QSize(ImageTextCellDelegate::iconSide, ImageTextCellDelegate::iconSide));
-    m_outlineView->setItemDelegate(new ImageTextCellDelegate(m_outlineView));
+    auto *delegate = new ImageTextCellDelegate(m_outlineView);
+    m_outlineView->setItemDelegate(delegate);
+    connect(delegate, &ImageTextCellDelegate::nameEdited, this, &DocumentWindow::nameEdited);
+    connect(delegate, &QAbstractItemDelegate::closeEditor, statusBar(), &QStatusBar::clearMessage);
     m_outlineView->addAction(m_removeAction);
     connect(m_outlineView, &QTreeView::doubleClicked, this, &DocumentWindow::outlineDoubleClicked);
-    setCentralWidget(m_outlineView);
+
+    auto *central = new QWidget(this);
+    auto *layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(createNoticeBar());
+    layout->addWidget(m_outlineView, 1);
+    setCentralWidget(central);
+}
+
+QWidget *DocumentWindow::createNoticeBar()
+{
+    m_noticeBar = new QFrame(this);
+    m_noticeBar->setObjectName(QStringLiteral("noticeBar"));
+    m_noticeBar->setAutoFillBackground(true);
+    m_noticeBar->setBackgroundRole(QPalette::ToolTipBase);
+    m_noticeText = new QLabel(m_noticeBar);
+    m_noticeText->setObjectName(QStringLiteral("noticeText"));
+    m_noticeText->setWordWrap(true);
+    m_noticeText->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_noticeText->setForegroundRole(QPalette::ToolTipText);
+    auto *close = new QToolButton(m_noticeBar);
+    close->setObjectName(QStringLiteral("noticeCloseButton"));
+    close->setAutoRaise(true);
+    close->setText(QStringLiteral("\u2715"));
+    close->setToolTip(tr("Close"));
+    connect(close, &QToolButton::clicked, m_noticeBar, &QWidget::hide);
+    auto *layout = new QHBoxLayout(m_noticeBar);
+    layout->setContentsMargins(8, 4, 4, 4);
+    layout->addWidget(m_noticeText, 1);
+    layout->addWidget(close, 0, Qt::AlignTop);
+    m_noticeBar->hide();
+    return m_noticeBar;
+}
+
+void DocumentWindow::showNotice(const QString &message)
+{
+    m_noticeText->setText(message);
+    m_noticeBar->setVisible(!message.isEmpty());
+}
+
+void DocumentWindow::nameEdited(const QString &name)
+{
+    statusBar()->showMessage(QString::fromStdString(TLWriteReport::warningForBinName(name.toStdString())));
 }
 
 // ---- Selection ----

@@ -14,6 +14,7 @@ class DocumentSheets;
 class QAction;
 class QCloseEvent;
 class QItemSelection;
+class QLabel;
 class QToolBar;
 class QTreeView;
 class TLMainThread;
@@ -69,6 +70,11 @@ public:
     QAction *removeAction() const { return m_removeAction; }
     QToolBar *toolbar() const { return m_toolbar; }
 
+    // The bar above the outline naming what the last save or send could
+    // not write (hidden when it wrote everything), and its text.
+    QWidget *noticeBar() const { return m_noticeBar; }
+    QLabel *noticeText() const { return m_noticeText; }
+
     // The bin outline and its model, and the sheets.
     QTreeView *outlineView() const { return m_outlineView; }
     BinOutlineModel *outlineModel() const { return m_model; }
@@ -118,6 +124,13 @@ private:
 
     void createToolbar();
     void createOutline();
+    // The bar above the outline that tells what the last save or send could
+    // not write; it stays until closed or until a write leaves out nothing.
+    QWidget *createNoticeBar();
+    void showNotice(const QString &message);
+    // While a name is typed in place, the status bar says what a save would
+    // make of it.
+    void nameEdited(const QString &name);
     // Makes `document` the one shown, with a fresh model and sheets.
     void installDocument(std::unique_ptr<MyDocument> document);
     std::unique_ptr<MyDocument> makeDocument() const;
@@ -143,6 +156,8 @@ private:
     std::unique_ptr<DocumentSheets> m_sheets;
     BinOutlineModel *m_model = nullptr;
     QTreeView *m_outlineView = nullptr;
+    QWidget *m_noticeBar = nullptr;
+    QLabel *m_noticeText = nullptr;
     QToolBar *m_toolbar = nullptr;
     QAction *m_emptyBinAction = nullptr;
     QAction *m_binRangeAction = nullptr;

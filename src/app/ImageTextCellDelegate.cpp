@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QFontMetrics>
 #include <QIcon>
+#include <QLineEdit>
 #include <QPainter>
 
 #include <cmath>
@@ -105,4 +106,13 @@ void ImageTextCellDelegate::updateEditorGeometry(QWidget *editor, const QStyleOp
                                                  const QModelIndex &index) const
 {
     editor->setGeometry(qtRect(cellForIndex(index).editWithFrame(cellRect(option.rect))));
+}
+
+QWidget *ImageTextCellDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem &option,
+                                             const QModelIndex &index) const
+{
+    QWidget *editor = QStyledItemDelegate::createEditor(parent, option, index);
+    if (auto *line = qobject_cast<QLineEdit *>(editor))
+        connect(line, &QLineEdit::textEdited, this, &ImageTextCellDelegate::nameEdited);
+    return editor;
 }

@@ -26,7 +26,14 @@ public:
     void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override;
     // The text's size widened by the icon and its margin.
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    // A line editor that reports every edit through nameEdited().
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &option,
+                          const QModelIndex &index) const override;
     // Places the editor right of the icon slice.
     void updateEditorGeometry(QWidget *editor, const QStyleOptionViewItem &option,
                               const QModelIndex &index) const override;
+
+signals:
+    // The in-place editor's text changed as the user typed.
+    void nameEdited(const QString &text) const;
 };

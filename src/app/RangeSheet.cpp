@@ -4,6 +4,7 @@
 #include "AppIcons.h"
 #include "MyDocument.h"
 #include "SheetControls.h"
+#include "TLWriteReport.h"
 
 #include <QDialogButtonBox>
 #include <QLabel>
@@ -30,6 +31,7 @@ RangeSheet::RangeSheet(MyDocument &document, std::function<TLBinNodePtr()> selec
     m_previewList->setIconSize(QSize(16, 16));
     m_countLabel = new QLabel(this);
     m_countLabel->setObjectName(QStringLiteral("rangeCount"));
+    m_nameWarning = makeNameWarning(this, QStringLiteral("rangeNameWarning"));
 
     const SheetButtons sheetButtons = makeSheetButtons(this, QStringLiteral("rangeCancelButton"),
                                                        QStringLiteral("rangeCreateButton"));
@@ -41,6 +43,7 @@ RangeSheet::RangeSheet(MyDocument &document, std::function<TLBinNodePtr()> selec
     layout->addWidget(m_expressionField);
     layout->addWidget(m_previewList, 1);
     layout->addWidget(m_countLabel);
+    layout->addWidget(m_nameWarning);
     layout->addWidget(buttons);
     resize(360, 320);
 
@@ -73,8 +76,13 @@ void RangeSheet::reloadPreview()
 {
     m_previewList->clear();
     const QIcon icon = AppIcons::named("bin-range-single");
-    for (const auto &name : m_document.rangePreviewNames())
+    std::string warning;
+    for (const auto &name : m_document.rangePreviewNames()) {
         m_previewList->addItem(new QListWidgetItem(icon, QString::fromStdString(name)));
+        if (warning.empty())
+            warning = TLWriteReport::warningForBinName(name);
+    }
+    showNameWarning(m_nameWarning, warning);
 }
 
 void RangeSheet::setCountText(const std::string &text)

@@ -34,7 +34,8 @@ public:
     // Sets the field's text; no preview is asked for.
     void setExpressionText(const std::string &expression);
     // Refills the preview from MyDocument::rangePreviewNames(), each name
-    // with the range item icon.
+    // with the range item icon, and warns of the first name a save would
+    // leave out or read as other text.
     void reloadPreview();
     void setCountText(const std::string &text);
 
@@ -47,5 +48,6 @@ private:
     QLineEdit *m_expressionField = nullptr;
     QListWidget *m_previewList = nullptr;
     QLabel *m_countLabel = nullptr;
+    QLabel *m_nameWarning = nullptr;
     QPushButton *m_createButton = nullptr;
 };

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
 
@@ -27,4 +28,20 @@ QProgressBar *makeBusySpinner(QDialog *sheet, const QString &objectName)
     spinner->setMaximumWidth(80);
     spinner->hide();
     return spinner;
+}
+
+QLabel *makeNameWarning(QWidget *parent, const QString &objectName)
+{
+    auto *label = new QLabel(parent);
+    label->setObjectName(objectName);
+    label->setWordWrap(true);
+    label->setStyleSheet(QStringLiteral("color: palette(link)"));
+    label->hide();
+    return label;
+}
+
+void showNameWarning(QLabel *label, const std::string &warning)
+{
+    label->setText(QString::fromStdString(warning));
+    label->setVisible(!warning.empty());
 }

@@ -3,6 +3,7 @@
 
 #include "MyDocument.h"
 #include "SheetControls.h"
+#include "TLWriteReport.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -99,6 +100,10 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
 
     m_nameField = new QLineEdit(this);
     m_nameField->setObjectName(QStringLiteral("smartBinNameTextField"));
+    auto *nameWarning = makeNameWarning(this, QStringLiteral("smartBinNameWarning"));
+    connect(m_nameField, &QLineEdit::textChanged, nameWarning, [nameWarning](const QString &name) {
+        showNameWarning(nameWarning, TLWriteReport::warningForBinName(name.toStdString()));
+    });
     m_matchTypePopUp = new QComboBox(this);
     m_matchTypePopUp->setObjectName(QStringLiteral("smartBinMatchTypePopUp"));
     m_matchTypePopUp->addItems(matchTypeLabels());
@@ -145,6 +150,7 @@ SmartBinSheet::SmartBinSheet(MyDocument &document, std::function<TLBinNodePtr()>
     rowButtons->addWidget(buttons);
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(nameRow);
+    layout->addWidget(nameWarning);
     layout->addLayout(matchRow);
     layout->addWidget(m_table, 1);
     layout->addLayout(rowButtons);

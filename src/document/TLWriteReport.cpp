@@ -101,10 +101,11 @@ std::size_t TLWriteReport::clipsWithoutIdentifier(const TLBinNode &bin)
 std::string TLWriteReport::warningForBinName(std::string_view name)
 {
     const std::optional<std::string> written = TLBinText::nameAsWritten(name);
+    const std::string typed = quoted(std::string(name));
     if (!written)
-        return "Saving leaves this bin out: its name holds \"&\" or \"<\" and is not well-formed XML.";
+        return "Saving leaves the bin " + typed + " out: its name holds \"&\" or \"<\" and is not well-formed XML.";
     if (*written != name)
-        return "Saving writes this name as XML, so the project will read it as " + quoted(*written) + ".";
+        return "Saving writes the name " + typed + " as XML, so the project will read it as " + quoted(*written) + ".";
     return {};
 }
 

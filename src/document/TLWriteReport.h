@@ -32,9 +32,9 @@ public:
     // bin that lists none.
     static std::size_t clipsWithoutIdentifier(const TLBinNode &bin);
 
-    // What a user typing `name` for a bin should know before saving: that a
-    // save leaves the bin out, or the different name the project will read;
-    // "" for a name that is written as it stands.
+    // What a user typing `name` for a bin should know before saving, as a
+    // sentence naming it: that a save leaves the bin out, or the different
+    // name the project will read; "" for a name written as it stands.
     static std::string warningForBinName(std::string_view name);
 
     const TLNodeList &binsLeftOut() const { return m_binsLeftOut; }

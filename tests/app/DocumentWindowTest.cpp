@@ -13,9 +13,11 @@
 #include <QAbstractItemModelTester>
 #include <QAction>
 #include <QDialog>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QStatusBar>
 #include <QTreeView>
 
 #include <filesystem>
@@ -115,6 +117,9 @@ private slots:
         const std::string path = m_folder->file("Harbour.xml");
         test::writeFile(path, test::readFile(CORVALE_EXAMPLES_DIR "/sample-project.xml"));
         m_projectPath = QString::fromStdString(path);
+        // The bin tree of a project is kept by its name, outside its folder.
+        if (const auto settings = MyDocument::settingsPathForProject(path))
+            std::filesystem::remove_all(*settings);
         m_presenter->returnCode = 1;
     }
 
@@ -277,6 +282,64 @@ private slots:
         QVERIFY(window->isWindowModified());
         QVERIFY(test::readFile(m_projectPath.toStdString()).find("<name>Reel 2</name>") != std::string::npos);
         std::filesystem::remove_all(*settings);
+    }
+
+    void namesASaveWouldChangeAreWarnedOfAndWhatItLeftOutIsShown()
+    {
+        auto window = openSample();
+        QVERIFY(window);
+        const QString leftOut = QStringLiteral("Saving leaves the bin \"R&D 1\" out: its name holds \"&\" or \"<\" "
+                                               "and is not well-formed XML.");
+        window->binRangeAction()->trigger();
+        QDialog *rangeSheet = window->sheets().rangeSheet();
+        sheetChild<QLineEdit>(rangeSheet, "rangeTextField")->selectAll();
+        QTest::keyClicks(sheetChild<QLineEdit>(rangeSheet, "rangeTextField"), QStringLiteral("R&D [1-2]"));
+        QCOMPARE(sheetChild<QLabel>(rangeSheet, "rangeNameWarning")->text(), leftOut);
+        QVERIFY(sheetChild<QLabel>(rangeSheet, "rangeNameWarning")->isVisible());
+        QTest::mouseClick(sheetChild<QPushButton>(rangeSheet, "rangeCreateButton"), Qt::LeftButton);
+        QTRY_VERIFY(!rangeSheet->isVisible());
+
+        window->outlineView()->clearSelection();
+        window->smartBinAction()->trigger();
+        QDialog *smartBinSheet = window->sheets().smartBinSheet();
+        QVERIFY(!sheetChild<QLabel>(smartBinSheet, "smartBinNameWarning")->isVisible());
+        auto *nameField = sheetChild<QLineEdit>(smartBinSheet, "smartBinNameTextField");
+        nameField->selectAll();
+        QTest::keyClicks(nameField, QStringLiteral("Q&amp;A"));
+        QCOMPARE(sheetChild<QLabel>(smartBinSheet, "smartBinNameWarning")->text(),
+                 QStringLiteral("Saving writes the name \"Q&amp;A\" as XML, so the project will read it as \"Q&A\"."));
+        smartBinSheet->reject();
+
+        window->outlineView()->clearSelection();
+        window->emptyBinAction()->trigger();
+        const QModelIndex newRow = window->outlineModel()->index(2, 0);
+        auto *editor = qobject_cast<QLineEdit *>(window->outlineView()->indexWidget(newRow));
+        QVERIFY(editor);
+        editor->selectAll();
+        QTest::keyClicks(editor, QStringLiteral("A<B"));
+        QVERIFY(window->statusBar()->currentMessage().startsWith(QStringLiteral("Saving leaves the bin \"A<B\" out")));
+        QTest::keyClick(editor, Qt::Key_Backspace);
+        QTest::keyClick(editor, Qt::Key_Backspace);
+        QTest::keyClicks(editor, QStringLiteral("B"));
+        QCOMPARE(window->statusBar()->currentMessage(), QString());
+        QTest::keyClick(editor, Qt::Key_Return);
+
+        QVERIFY(!window->noticeBar()->isVisible());
+        window->saveDocument();
+        QTRY_VERIFY(!window->document().isSaving());
+        QTRY_VERIFY(window->noticeBar()->isVisible());
+        QCOMPARE(window->noticeText()->text(),
+                 QStringLiteral("The bin \"R&D 1\" could not be merged into the project (its name holds \"&\" or "
+                                "\"<\" and is not well-formed XML) and will be gone when the project is next opened.\n"
+                                "The bin \"R&D 2\" could not be merged into the project (its name holds \"&\" or "
+                                "\"<\" and is not well-formed XML) and will be gone when the project is next opened."));
+
+        // A save that writes everything takes the bar away.
+        clickRow(*window, 0);
+        window->removeAction()->trigger();
+        window->saveDocument();
+        QTRY_VERIFY(!window->document().isSaving());
+        QTRY_VERIFY(!window->noticeBar()->isVisible());
     }
 
     void saveAsMovesTheDocumentAndRevertDropsLaterChanges()

@@ -25,10 +25,10 @@ TEST(TLWriteReportTest, WarnsOfNamesASaveLeavesOutOrReadsAsOtherText)
         std::string warning;
     } cases[] = {
         {"Reel 1 — Été", ""},
-        {"R&D", "Saving leaves this bin out: its name holds \"&\" or \"<\" and is not well-formed XML."},
-        {"a<b", "Saving leaves this bin out: its name holds \"&\" or \"<\" and is not well-formed XML."},
-        {"R&amp;D", "Saving writes this name as XML, so the project will read it as \"R&D\"."},
-        {"<b>Bold</b>", "Saving writes this name as XML, so the project will read it as \"Bold\"."},
+        {"R&D", "Saving leaves the bin \"R&D\" out: its name holds \"&\" or \"<\" and is not well-formed XML."},
+        {"a<b", "Saving leaves the bin \"a<b\" out: its name holds \"&\" or \"<\" and is not well-formed XML."},
+        {"R&amp;D", "Saving writes the name \"R&amp;D\" as XML, so the project will read it as \"R&D\"."},
+        {"<b>Bold</b>", "Saving writes the name \"<b>Bold</b>\" as XML, so the project will read it as \"Bold\"."},
     };
     for (const auto &[name, warning] : cases)
         EXPECT_EQ(TLWriteReport::warningForBinName(name), warning) << name;
