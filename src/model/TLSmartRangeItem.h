@@ -25,11 +25,10 @@ public:
     // Orders two items by binName without regard to case ("Reel A" before
     // "reel b"); use as `a->nameCompare(*b) < 0` to sort.
     std::weak_ordering nameCompare(const TLSmartRangeItem &other) const;
-    // Case-insensitive ordering of two UTF-8 texts. Case is folded per
-    // Unicode scalar value for Basic Latin, Latin-1, Latin Extended-A,
-    // Greek and Cyrillic capitals; other characters compare by scalar value.
-    // Bytes that are not valid UTF-8 compare by their byte value, after all
-    // of the characters in those ranges.
+    // Case-insensitive ordering of two UTF-8 texts by their Unicode full
+    // case foldings (TLCaseFolding), so "STRASSE" and "straße" are
+    // equivalent. Bytes that are not valid UTF-8 compare by their byte
+    // value, after every character.
     static std::weak_ordering caseInsensitiveCompare(std::string_view left, std::string_view right);
 
 private:

@@ -1,7 +1,14 @@
 // Case folding of UTF-8 text for name ordering and filter matching.
 #include "TLCaseFolding.h"
 
+#include <unicode/bytestream.h>
+#include <unicode/casemap.h>
+#include <unicode/stringpiece.h>
+#include <unicode/uchar.h>
+
+#include <algorithm>
 #include <cstdint>
+#include <new>
 #include <optional>
 
 namespace {
@@ -49,33 +56,56 @@ Decoded decodeAt(std::string_view text, std::size_t position)
     return {value, length};
 }
 
-// Lower-cases the capitals of the scripts a bin name is likely to use.
-char32_t foldCase(char32_t c)
+bool isASCII(std::string_view text)
 {
-    if ((c >= U'A' && c <= U'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7))
-        return c + 0x20;
-    if (c == 0x178)
-        return 0xFF;
-    if (c == 0x130)
-        return U'i';
-    const bool evenCapitals = (c >= 0x100 && c <= 0x137) || (c >= 0x14A && c <= 0x177);
-    if (evenCapitals && c % 2 == 0)
-        return c + 1;
-    const bool oddCapitals = (c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E);
-    if (oddCapitals && c % 2 == 1)
-        return c + 1;
-    if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2)
-        return c + 0x20;
-    if (c >= 0x410 && c <= 0x42F)
-        return c + 0x20;
-    if (c >= 0x400 && c <= 0x40F)
-        return c + 0x50;
-    return c;
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-// Invalid bytes are ordered in the lone-surrogate range, which valid text
-// never decodes to: after every folded script, and apart from characters.
-constexpr char32_t invalidByteBase = 0xDC00;
+char foldedASCII(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// Valid runs are handed to ICU at most this long, which its 32-bit lengths
+// hold with room to spare. Default folding looks at no neighbouring
+// character, so cutting a run between two characters changes nothing.
+constexpr std::size_t longestRun = std::size_t(1) << 20;
+
+// How many bytes from `position` on are valid UTF-8, up to that limit.
+std::size_t validRunLength(std::string_view text, std::size_t position)
+{
+    std::size_t end = position;
+    while (end < text.size() && end - position < longestRun) {
+        const Decoded decoded = decodeAt(text, end);
+        if (!decoded.scalar)
+            break;
+        end += decoded.length;
+    }
+    return end - position;
+}
+
+void appendFoldedRun(std::string &folded, std::string_view run)
+{
+    const std::size_t start = folded.size();
+    UErrorCode error = U_ZERO_ERROR;
+    // The sink appends with std::string, so running out of memory there
+    // surfaces as std::bad_alloc; ICU itself holds nothing to release.
+    icu::StringByteSink<std::string> sink(&folded, static_cast<int32_t>(run.size()));
+    icu::CaseMap::utf8Fold(U_FOLD_CASE_DEFAULT, icu::StringPiece(run.data(), static_cast<int32_t>(run.size())),
+                           sink, nullptr, error);
+    if (U_SUCCESS(error))
+        return;
+    if (error == U_MEMORY_ALLOCATION_ERROR)
+        throw std::bad_alloc();
+    // ICU refuses nothing else for valid UTF-8 this short; should it ever,
+    // the run unfolded is still a faithful copy of the text.
+    folded.resize(start);
+    folded.append(run);
+}
+
+// Invalid bytes are keyed above U+10FFFF: folded text can hold any scalar,
+// so only there do they sort after every character and never equal one.
+constexpr char32_t invalidByteBase = 0x110000;
 
 char32_t orderingKey(std::string_view text, std::size_t &position)
 {
@@ -83,55 +113,52 @@ char32_t orderingKey(std::string_view text, std::size_t &position)
     position += decoded.length;
     if (!decoded.scalar)
         return invalidByteBase + static_cast<unsigned char>(text[position - 1]);
-    return foldCase(*decoded.scalar);
-}
-
-void appendUTF8(std::string &text, char32_t c)
-{
-    if (c < 0x80) {
-        text += char(c);
-    } else if (c < 0x800) {
-        text += char(0xC0 | (c >> 6));
-        text += char(0x80 | (c & 0x3F));
-    } else {
-        // Folded capitals all lie below U+0800; larger values are never re-encoded.
-        text += char(0xE0 | (c >> 12));
-        text += char(0x80 | ((c >> 6) & 0x3F));
-        text += char(0x80 | (c & 0x3F));
-    }
+    return *decoded.scalar;
 }
 
 } // namespace
 
 std::string TLCaseFolding::foldedCase(std::string_view text)
 {
+    // Most names and metadata are plain ASCII, and this runs for every clip
+    // against every filter row: fold those without ICU.
+    if (isASCII(text)) {
+        std::string folded(text);
+        std::transform(folded.begin(), folded.end(), folded.begin(), foldedASCII);
+        return folded;
+    }
     std::string folded;
     folded.reserve(text.size());
     for (std::size_t position = 0; position < text.size();) {
-        const Decoded decoded = decodeAt(text, position);
-        const char32_t fold = decoded.scalar ? foldCase(*decoded.scalar) : 0;
-        // Unchanged characters and invalid bytes are copied as they stand.
-        if (decoded.scalar && fold != *decoded.scalar)
-            appendUTF8(folded, fold);
-        else
-            folded.append(text.substr(position, decoded.length));
-        position += decoded.length;
+        const std::size_t length = validRunLength(text, position);
+        if (length == 0) {
+            folded += text[position++];
+            continue;
+        }
+        appendFoldedRun(folded, text.substr(position, length));
+        position += length;
     }
     return folded;
 }
 
 std::weak_ordering TLCaseFolding::caseInsensitiveCompare(std::string_view left, std::string_view right)
 {
+    // One character may fold to several ("ß" to "ss"), so the foldings are
+    // compared rather than the characters one by one. Folding keeps every
+    // invalid byte and starts each folded run with a lead byte, so the
+    // foldings decode into the same invalid bytes as the texts.
+    const std::string leftFolded = foldedCase(left);
+    const std::string rightFolded = foldedCase(right);
     std::size_t leftPosition = 0;
     std::size_t rightPosition = 0;
-    while (leftPosition < left.size() && rightPosition < right.size()) {
-        const char32_t a = orderingKey(left, leftPosition);
-        const char32_t b = orderingKey(right, rightPosition);
+    while (leftPosition < leftFolded.size() && rightPosition < rightFolded.size()) {
+        const char32_t a = orderingKey(leftFolded, leftPosition);
+        const char32_t b = orderingKey(rightFolded, rightPosition);
         if (a != b)
             return a < b ? std::weak_ordering::less : std::weak_ordering::greater;
     }
-    const bool leftDone = leftPosition >= left.size();
-    const bool rightDone = rightPosition >= right.size();
+    const bool leftDone = leftPosition >= leftFolded.size();
+    const bool rightDone = rightPosition >= rightFolded.size();
     if (leftDone && rightDone)
         return std::weak_ordering::equivalent;
     return leftDone ? std::weak_ordering::less : std::weak_ordering::greater;

@@ -153,6 +153,35 @@ TEST(TLSmartBinParserTest, OperatorsCompareTextAsStated)
         EXPECT_EQ(matchedNames(project, {{0, other, "x"}}, 2).size(), 5u) << other;
 }
 
+TEST(TLSmartBinParserTest, ContainsIgnoresCaseInEveryScript)
+{
+    const Project project(R"(
+        <clip><name>STRASSE 1</name></clip>
+        <clip><name>Straße 2</name></clip>
+        <clip><name>ΟΔΥΣΣΕΑΣ</name></clip>
+        <clip><name>ȘTEFAN ȚEPEȘ</name></clip>
+        <clip><name>ＦＣＰ Ｒｅｅｌ</name></clip>
+        <clip><name>Strand</name></clip>)");
+    struct Case
+    {
+        std::int64_t match;
+        std::string filter;
+        std::vector<std::string> names;
+    };
+    const std::vector<Case> cases{
+        // "ß" and "SS" both fold to "ss", and the final sigma to a sigma.
+        {0, "straße", {"STRASSE 1", "Straße 2"}},
+        {0, "SS", {"STRASSE 1", "Straße 2"}},
+        {0, "οδυσσεας", {"ΟΔΥΣΣΕΑΣ"}},
+        {0, "ștefan țepeș", {"ȘTEFAN ȚEPEȘ"}},
+        {0, "ｆｃｐ ｒＥＥＬ", {"ＦＣＰ Ｒｅｅｌ"}},
+        {1, "STRASSE", {"ΟΔΥΣΣΕΑΣ", "ȘTEFAN ȚEPEȘ", "ＦＣＰ Ｒｅｅｌ", "Strand"}},
+    };
+    for (const Case &test : cases)
+        EXPECT_EQ(matchedNames(project, {{0, test.match, test.filter}}, 2), test.names)
+            << "operator " << test.match << " filter " << test.filter;
+}
+
 TEST(TLSmartBinParserTest, MatchTypesListClipsAsEachRuleSays)
 {
     const Project project("<clip><name>ab</name></clip><clip><name>a</name></clip><clip><name>c</name></clip>");

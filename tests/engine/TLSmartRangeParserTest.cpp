@@ -122,6 +122,15 @@ TEST(TLSmartRangeParserTest, FileTypeAndFolderComeFromTheMediaURLOrItsFallbacks)
                                              {"Day9", {"F"}}}));
 }
 
+TEST(TLSmartRangeParserTest, FileTypesDifferingOnlyInCaseShareOneItemInEveryScript)
+{
+    // Files known by name only: ".ΜΟΥ" and ".μου"; ".ΦΩΣ" and ".φως",
+    // whose final sigma folds too.
+    const Project project(trackClip("X", "UX", "<name>x.ΜΟΥ</name>") + trackClip("Y", "UY", "<name>y.μου</name>")
+                          + trackClip("Z", "UZ", "<name>z.ΦΩΣ</name>") + trackClip("W", "UW", "<name>w.φως</name>"));
+    EXPECT_EQ(groupsFor(project, 0), (Groups{{"μου", {"X", "Y"}}, {"φωσ", {"Z", "W"}}}));
+}
+
 TEST(TLSmartRangeParserTest, QueriedCriteriaGroupByExactTextInClipOrder)
 {
     const Project project(mainProject);
