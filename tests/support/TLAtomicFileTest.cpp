@@ -1,6 +1,7 @@
 // Replacing files atomically.
 #include "TLAtomicFile.h"
 #include "TestSupport.h"
+#include "Unprivileged.h"
 
 #include <gtest/gtest.h>
 
@@ -24,16 +25,17 @@ TEST(TLAtomicFileTest, ReplacesContentsAndKeepsPermissions)
 
 TEST(TLAtomicFileTest, UnwritableFolderLeavesTheOldFileAndSaysWhy)
 {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root may write into read-only folders";
-    test::TemporaryFolder folder;
+    test::UnprivilegedFolder folder;
     const auto path = folder.file("settings.plist");
-    test::writeFile(path, "old");
-    ::chmod(folder.path().c_str(), 0555);
-    const auto reason = TLAtomicFile::writeContents(path, "new");
-    ::chmod(folder.path().c_str(), 0755);
-    EXPECT_NE(reason.find("Permission denied"), std::string::npos) << reason;
-    EXPECT_EQ(test::readFile(path), "old");
+    EXPECT_EQ(test::runUnprivileged([&]() -> std::string {
+                  test::writeFile(path, "old");
+                  ::chmod(folder.path().c_str(), 0555);
+                  const auto reason = TLAtomicFile::writeContents(path, "new");
+                  if (reason.find("Permission denied") == std::string::npos)
+                      return "the write did not fail for want of permission: " + reason;
+                  return test::readFile(path) == "old" ? "" : "the old file was changed";
+              }),
+              "");
 }
 
 TEST(TLAtomicFileTest, NewFilesFollowTheUmaskNotAPrivateMode)

@@ -4,6 +4,7 @@
 
 #include "TLLocalPaths.h"
 #include "TestSupport.h"
+#include "Unprivileged.h"
 
 #include <gtest/gtest.h>
 
@@ -64,14 +65,18 @@ TEST(TLTrashTest, FailsWithAReasonAndLeavesNothingBehind)
         EXPECT_NE(error.find("cannot be a name in the Trash"), std::string::npos) << error;
     }
 
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "permissions do not hold back root";
-    const fs::path info = fs::path(TLTrash::folder()) / "info";
-    fs::create_directories(info);
-    fs::permissions(info, fs::perms::owner_read | fs::perms::owner_exec);
-    const auto slot = TLTrash::reserveSlot("/somewhere/Refused", names, error);
-    fs::permissions(info, fs::perms::owner_all);
-    EXPECT_FALSE(slot);
-    EXPECT_EQ(error.rfind("cannot create " + (info / "Refused.trashinfo").string() + ": ", 0), 0u) << error;
-    EXPECT_FALSE(fs::exists(info / "Refused.trashinfo"));
+    test::UnprivilegedFolder home;
+    EXPECT_EQ(test::runUnprivileged([&]() -> std::string {
+                  ::setenv("XDG_DATA_HOME", home.path().c_str(), 1);
+                  const fs::path info = fs::path(TLTrash::folder()) / "info";
+                  fs::create_directories(info);
+                  fs::permissions(info, fs::perms::owner_read | fs::perms::owner_exec);
+                  std::string reason;
+                  if (TLTrash::reserveSlot("/somewhere/Refused", names, reason))
+                      return "a slot was reserved in a read-only folder";
+                  if (reason.rfind("cannot create " + (info / "Refused.trashinfo").string() + ": ", 0) != 0)
+                      return "unexpected reason: " + reason;
+                  return fs::exists(info / "Refused.trashinfo") ? "a record was left behind" : "";
+              }),
+              "");
 }

@@ -5,6 +5,7 @@
 #include "TLLocalPaths.h"
 #include "TLPropertyList.h"
 #include "TestSupport.h"
+#include "Unprivileged.h"
 
 #include <gtest/gtest.h>
 
@@ -162,17 +163,17 @@ TEST(TLUserDefaultsTest, FolderOrPipeInPlaceOfTheFileIsNeitherReadNorLost)
 
 TEST(TLUserDefaultsTest, UnwritableFolderFailsAndKeepsTheFile)
 {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root may write into read-only folders";
-    test::TemporaryFolder folder;
-    const auto path = folder.file("prefs.plist");
-    TLUserDefaults defaults(path);
-    ASSERT_TRUE(defaults.setBool("flag", true));
-    ::chmod(folder.path().c_str(), 0555);
-    const bool written = defaults.setBool("flag", false);
-    ::chmod(folder.path().c_str(), 0755);
-    EXPECT_FALSE(written);
-    EXPECT_EQ(defaults.boolForKey("flag"), true);
+    test::UnprivilegedFolder folder;
+    EXPECT_EQ(test::runUnprivileged([&]() -> std::string {
+                  TLUserDefaults defaults(folder.file("prefs.plist"));
+                  if (!defaults.setBool("flag", true))
+                      return "the first write failed";
+                  ::chmod(folder.path().c_str(), 0555);
+                  if (defaults.setBool("flag", false))
+                      return "a write into a read-only folder succeeded";
+                  return defaults.boolForKey("flag") == true ? "" : "the kept value was lost";
+              }),
+              "");
 }
 
 TEST(TLUserDefaultsTest, ConcurrentSettersLoseNoKey)
