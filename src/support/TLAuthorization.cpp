@@ -7,19 +7,24 @@
 #include "TLTrash.h"
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
-#include <thread>
+
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
 
 namespace fs = std::filesystem;
 
 namespace {
-
-const char *const pkexecPath = "/usr/bin/pkexec";
 
 bool hasVariable(const char *name)
 {
@@ -27,36 +32,157 @@ bool hasVariable(const char *name)
     return value && *value;
 }
 
+// The system's runner: one privileged helper per session, started through
+// pkexec when the rights are first needed and spoken to over a socket pair
+// (a socket, not a pipe, so that writing to a helper that has gone away
+// fails instead of raising SIGPIPE in the program).
 class PolkitCommandRunner : public TLAuthorization::CommandRunner
 {
 public:
+    PolkitCommandRunner(std::string pkexecPath, std::string helperPath)
+        : m_pkexecPath(std::move(pkexecPath)), m_helperPath(std::move(helperPath))
+    {
+    }
+    ~PolkitCommandRunner() override { stopHelper(); }
+
     bool isPromptAvailable() override
     {
         // pkexec finds its graphical agent through the session; without one
         // it would fall back to asking on a terminal the user may not see.
-        return (hasVariable("DISPLAY") || hasVariable("WAYLAND_DISPLAY")) && TLTaskEx::isRunnable(pkexecPath);
+        return (hasVariable("DISPLAY") || hasVariable("WAYLAND_DISPLAY")) && TLTaskEx::isRunnable(m_pkexecPath) &&
+               TLTaskEx::isRunnable(m_helperPath);
     }
 
-    bool requestRight() override { return TLTaskEx::terminationCodeFromTask(pkexecPath, {"/bin/true"}) == 0; }
+    bool requestRight() override
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_socket >= 0 || startHelper();
+    }
 
     bool requestRight(const std::string &, const std::string &) override { return false; }
 
-    void runDirectly(const std::string &tool, const std::vector<std::string> &arguments, bool wait) override
+    int runDirectly(const std::string &tool, const std::vector<std::string> &arguments) override
     {
-        if (wait)
-            TLTaskEx::runTask(tool, arguments);
-        else
-            TLTaskEx::runTaskAndReturn(tool, arguments);
+        return TLTaskEx::terminationCodeFromTask(tool, arguments);
     }
 
-    int runPrivileged(const std::string &tool, const std::vector<std::string> &arguments, bool wait) override
+    int runPrivileged(const std::string &tool, const std::vector<std::string> &arguments) override
     {
-        std::vector<std::string> command{tool};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        if (wait)
-            return TLTaskEx::terminationCodeFromTask(pkexecPath, command);
-        return TLTaskEx::runTaskAndReturn(pkexecPath, command) ? 0 : 1;
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_socket < 0)
+            return -1;
+        const std::optional<std::string> request = TLPrivilegedCommand::encode({tool, arguments});
+        if (!request)
+            return TLPrivilegedCommand::refusedStatus;
+        std::optional<int> status;
+        if (sendAll(*request))
+            status = parseStatus(readLine());
+        // A helper that does not answer is gone, and the rights with it.
+        if (!status) {
+            stopHelper();
+            return -1;
+        }
+        return *status;
     }
+
+    void releaseRight() override
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        stopHelper();
+    }
+
+private:
+    // pkexec shows the prompt and, once the administrator has confirmed,
+    // becomes the helper, which announces itself with "ready". A dismissed
+    // or failed prompt ends pkexec (status 126 or 127) before that.
+    bool startHelper()
+    {
+        int ends[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+            return false;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+        std::vector<char *> argv{m_pkexecPath.data(), m_helperPath.data(), nullptr};
+        const int spawned = ::posix_spawn(&m_pid, m_pkexecPath.c_str(), &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(ends[1]);
+        if (spawned != 0) {
+            ::close(ends[0]);
+            m_pid = -1;
+            return false;
+        }
+        m_socket = ends[0];
+        if (readLine() == "ready")
+            return true;
+        stopHelper();
+        return false;
+    }
+
+    // Closing the socket ends the helper's input, and with it the helper.
+    void stopHelper()
+    {
+        if (m_socket >= 0)
+            ::close(m_socket);
+        m_socket = -1;
+        m_received.clear();
+        if (m_pid > 0) {
+            while (::waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR) {
+            }
+        }
+        m_pid = -1;
+    }
+
+    bool sendAll(std::string_view data)
+    {
+        while (!data.empty()) {
+            const ssize_t sent = ::send(m_socket, data.data(), data.size(), MSG_NOSIGNAL);
+            if (sent < 0 && errno == EINTR)
+                continue;
+            if (sent <= 0)
+                return false;
+            data.remove_prefix(std::size_t(sent));
+        }
+        return true;
+    }
+
+    // The next line from the helper without its newline; nullopt at its end.
+    std::optional<std::string> readLine()
+    {
+        while (true) {
+            if (const std::size_t end = m_received.find('\n'); end != std::string::npos) {
+                std::string line = m_received.substr(0, end);
+                m_received.erase(0, end + 1);
+                return line;
+            }
+            char chunk[256];
+            const ssize_t got = ::recv(m_socket, chunk, sizeof chunk, 0);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                return std::nullopt;
+            m_received.append(chunk, std::size_t(got));
+        }
+    }
+
+    static std::optional<int> parseStatus(const std::optional<std::string> &line)
+    {
+        if (!line || line->empty())
+            return std::nullopt;
+        int status = 0;
+        const auto [end, error] = std::from_chars(line->data(), line->data() + line->size(), status);
+        if (error != std::errc() || end != line->data() + line->size())
+            return std::nullopt;
+        return status;
+    }
+
+    std::string m_pkexecPath;
+    std::string m_helperPath;
+    std::mutex m_mutex;
+    int m_socket = -1;
+    pid_t m_pid = -1;
+    std::string m_received;
 };
 
 void console(const std::string &text)
@@ -104,6 +230,14 @@ std::string withoutExtension(const std::string &path)
     return extension.empty() ? path : path.substr(0, path.size() - extension.size() - 1);
 }
 
+// The check runs on the path the tool will be given: "/usr/" or
+// "/usr/share/.." name "/usr" as surely as "/usr" does.
+bool isSystemDirectory(const std::string &path)
+{
+    return TLLocalPaths::isPathSystemDirectory(path, true) ||
+           TLLocalPaths::isPathSystemDirectory(TLPrivilegedCommand::absolutePath(path), true);
+}
+
 bool isRoot()
 {
     return TLLocalPaths::userId() == 0;
@@ -140,9 +274,19 @@ std::vector<std::string> folderItems(const std::string &path, bool &listed)
 
 } // namespace
 
-std::shared_ptr<TLAuthorization::CommandRunner> TLAuthorization::systemCommandRunner()
+std::shared_ptr<TLAuthorization::CommandRunner> TLAuthorization::systemCommandRunner(std::string pkexecPath,
+                                                                                   std::string helperPath)
 {
-    return std::make_shared<PolkitCommandRunner>();
+    return std::make_shared<PolkitCommandRunner>(std::move(pkexecPath), std::move(helperPath));
+}
+
+std::string TLAuthorization::defaultHelperPath()
+{
+#ifdef CORVALE_PRIVILEGED_HELPER
+    return CORVALE_PRIVILEGED_HELPER;
+#else
+    return "/usr/libexec/corvale/corvale-privileged-helper";
+#endif
 }
 
 TLAuthorization &TLAuthorization::sharedController(bool hasGUI)
@@ -206,6 +350,8 @@ bool TLAuthorization::authStartWithUser(const std::string &username, const std::
 
 void TLAuthorization::authEnd()
 {
+    if (m_authRef)
+        m_runner->releaseRight();
     m_authRef = false;
 }
 
@@ -219,36 +365,37 @@ bool TLAuthorization::canAuthorize() const
     return isRoot() || (m_hasGUI && m_runner->isPromptAvailable());
 }
 
-int TLAuthorization::authExecTask(const std::string &tool, const std::vector<std::string> &arguments, bool async)
+int TLAuthorization::authExecTask(const std::string &tool, const std::vector<std::string> &arguments)
 {
     if (!exists(tool)) {
         console("Unable to execute task: path " + tool + " doesn't exist");
         return -2;
     }
-    if (isRoot()) {
-        m_runner->runDirectly(tool, arguments, !async);
-        return 0;
-    }
+    if (isRoot())
+        return m_runner->runDirectly(tool, arguments);
     if (!isAuthorized() && !authStart())
         return -1;
-    return m_runner->runPrivileged(tool, arguments, !async);
+    const int status = m_runner->runPrivileged(tool, arguments);
+    // The rights are gone (the helper ended): the next call asks again.
+    if (status == -1)
+        m_authRef = false;
+    return status;
 }
 
-bool TLAuthorization::runAsRoot(const std::string &tool, const std::vector<std::string> &arguments, bool async)
+bool TLAuthorization::succeeds(const TLPrivilegedCommand::Command &command)
 {
-    m_runner->runDirectly(tool, arguments, !async);
-    return true;
+    return authExecTask(command.tool, command.arguments) == 0;
 }
 
 bool TLAuthorization::authRemoveFile(const std::string &path)
 {
     if (path.empty())
         return false;
-    if (TLLocalPaths::isPathSystemDirectory(path, true)) {
+    if (isSystemDirectory(path)) {
         console("Unable to delete path " + path + " because it is a system directory.");
         return false;
     }
-    return authExecTask("/bin/rm", {"-Rdf", path}) == 0;
+    return succeeds(TLPrivilegedCommand::remove(path));
 }
 
 std::string TLAuthorization::trashDestination(const std::string &path) const
@@ -281,8 +428,6 @@ bool TLAuthorization::moveIntoTrash(const std::string &path)
         console("Unable to trash path " + path + ": " + error);
         return false;
     }
-    // The record stays with an item whose move was only started: the tool
-    // reports nothing back, and a record without an item is harmless.
     if (authMoveFile(path, slot->itemPath))
         return true;
     TLTrash::releaseSlot(*slot);
@@ -293,7 +438,7 @@ bool TLAuthorization::authTrashFile(const std::string &path, bool deleteOnRootAc
 {
     if (path.empty())
         return false;
-    if (TLLocalPaths::isPathSystemDirectory(path, true)) {
+    if (isSystemDirectory(path)) {
         console("Unable to trash path " + path + " because it is a system directory.");
         return false;
     }
@@ -310,7 +455,7 @@ bool TLAuthorization::authTrashFile(const std::string &path, bool deleteOnRootAc
 
 bool TLAuthorization::authTrashFolderContents(const std::string &path, bool deleteOnRootAccount)
 {
-    if (TLLocalPaths::isPathSystemDirectory(path, true)) {
+    if (isSystemDirectory(path)) {
         console("Unable to trash folder contents of path " + path + " because it is a system directory.");
         return false;
     }
@@ -321,7 +466,7 @@ bool TLAuthorization::authTrashFolderContents(const std::string &path, bool dele
     const bool removeOutright = isRoot() && deleteOnRootAccount && !m_userDirectory;
     int failures = 0;
     for (const std::string &item : items) {
-        const bool done = removeOutright ? authExecTask("/bin/rm", {"-R", "-f", item}) == 0 : authTrashFile(item);
+        const bool done = removeOutright ? succeeds(TLPrivilegedCommand::removeItem(item)) : authTrashFile(item);
         failures += done ? 0 : 1;
     }
     return failures == 0;
@@ -329,7 +474,7 @@ bool TLAuthorization::authTrashFolderContents(const std::string &path, bool dele
 
 bool TLAuthorization::authMoveFolderContents(const std::string &path, const std::string &destination)
 {
-    if (TLLocalPaths::isPathSystemDirectory(path, true)) {
+    if (isSystemDirectory(path)) {
         console("Unable to move contents of path " + path + " because it is a system directory.");
         return false;
     }
@@ -354,16 +499,13 @@ bool TLAuthorization::authMoveFile(const std::optional<std::string> &source,
         console("Error in authMoveFile: new path is null");
         return false;
     }
-    if (TLLocalPaths::isPathSystemDirectory(*source, true)) {
+    if (isSystemDirectory(*source)) {
         console("Unable to move path " + *source + " because it is a system directory.");
         return false;
     }
     if (!exists(*source))
         return false;
-    const std::vector<std::string> arguments{"-f", *source, *destination};
-    if (isRoot())
-        return runAsRoot("/bin/mv", arguments, true);
-    return authExecTask("/bin/mv", arguments) == 0;
+    return succeeds(TLPrivilegedCommand::move(*source, *destination));
 }
 
 bool TLAuthorization::authCopyFile(const std::optional<std::string> &source,
@@ -379,23 +521,12 @@ bool TLAuthorization::authCopyFile(const std::optional<std::string> &source,
     }
     if (!exists(*source))
         return false;
-    const std::vector<std::string> arguments{"-f", "-p", "-R", *source, *destination};
-    if (isRoot())
-        return runAsRoot("/bin/cp", arguments, true);
-    return authExecTask("/bin/cp", arguments) == 0;
+    return succeeds(TLPrivilegedCommand::copy(*source, *destination));
 }
 
 bool TLAuthorization::authCreateDir(const std::string &path)
 {
     if (path.empty())
         return false;
-    const std::vector<std::string> arguments{"-p", path};
-    if (isRoot())
-        return runAsRoot("/bin/mkdir", arguments, true);
-    if (authExecTask("/bin/mkdir", arguments) != 0)
-        return false;
-    // The tool was only started; a moment's grace lets the folder appear
-    // before the caller looks for it.
-    std::this_thread::sleep_for(std::chrono::microseconds(500));
-    return true;
+    return succeeds(TLPrivilegedCommand::makeFolder(path));
 }

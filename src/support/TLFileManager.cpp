@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <iostream>
 #include <iterator>
 #include <optional>
@@ -270,6 +272,10 @@ std::string writeZip(const std::vector<ZipEntry> &entries, const TLAtomicFile::S
     if (zip == nullptr)
         return "cannot start an archive";
     archive_write_set_format_zip(zip);
+    // Names are stored as UTF-8 with the zip's UTF-8 flag whatever the
+    // process locale: without it libarchive converts them to the locale's
+    // encoding, which under the C locale loses every non-ASCII name.
+    archive_write_set_options(zip, "hdrcharset=UTF-8");
     // No padding after the central directory: zip readers expect the end
     // record at the very end of the file.
     archive_write_set_bytes_in_last_block(zip, 1);
@@ -297,11 +303,57 @@ bool runsAsRoot()
 }
 
 // Administrator rights only help where permissions stood in the way, and a
-// process that already runs as root has them: there the tools would fail
-// just as the call did while reporting success, since they are only started.
+// process that already runs as root has them: there the tools would only
+// fail again as the call did.
 bool mayAuthorizeAfter(const std::error_code &error)
 {
     return !runsAsRoot() && (error == std::errc::permission_denied || error == std::errc::operation_not_permitted);
+}
+
+// A mount point as the mount table lists it, where a blank, a tab, a
+// newline and a backslash are written as three octal digits after a
+// backslash ("\040" for a blank).
+std::string unescapedMountPath(std::string_view text)
+{
+    const auto isOctal = [](char digit) { return digit >= '0' && digit <= '7'; };
+    std::string path;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        if (text[index] == '\\' && index + 3 < text.size() && isOctal(text[index + 1]) &&
+            isOctal(text[index + 2]) && isOctal(text[index + 3])) {
+            path += char((text[index + 1] - '0') * 64 + (text[index + 2] - '0') * 8 + (text[index + 3] - '0'));
+            index += 3;
+        } else {
+            path += text[index];
+        }
+    }
+    return path;
+}
+
+bool isListedMountPoint(const std::string &folder)
+{
+    std::ifstream table("/proc/self/mountinfo");
+    for (std::string line; std::getline(table, line);) {
+        // Fields: mount id, parent id, device, root, mount point, ...
+        std::istringstream fields(line);
+        std::string ignored, mountPoint;
+        if (fields >> ignored >> ignored >> ignored >> ignored >> mountPoint &&
+            unescapedMountPath(mountPoint) == folder)
+            return true;
+    }
+    return false;
+}
+
+// A folder on another device than its parent is the root of a mounted file
+// system; the mount table also knows the bind mounts, which share a device.
+bool isMountPoint(const std::string &folder)
+{
+    struct stat own{};
+    struct stat parent{};
+    if (::lstat(folder.c_str(), &own) != 0 || !S_ISDIR(own.st_mode))
+        return false;
+    if (::lstat(fs::path(folder).parent_path().c_str(), &parent) == 0 && own.st_dev != parent.st_dev)
+        return true;
+    return isListedMountPoint(folder);
 }
 
 } // namespace
@@ -413,16 +465,17 @@ bool TLFileManager::createDirectory(const std::string &path, bool shouldAuth)
 
 bool TLFileManager::isDriveMountedForPath(const std::string &path)
 {
-    static constexpr std::string_view volumes = "/Volumes/";
-    if (!std::string_view(path).starts_with(volumes))
+    const std::vector<std::string> mountPoints = TLLocalPaths::volumeMountPoints(path);
+    if (mountPoints.empty())
         return true;
-    const std::size_t nameStart = path.find_first_not_of('/', volumes.size());
-    if (nameStart == std::string::npos)
-        return true;
-    const std::size_t nameEnd = path.find('/', nameStart);
-    const std::string mountPoint = "/Volumes/" + path.substr(nameStart, nameEnd - nameStart);
-    std::error_code error;
-    return fs::exists(mountPoint, error);
+    // macOS removes a volume's folder when it is detached.
+    if (mountPoints.front().starts_with("/Volumes/")) {
+        std::error_code error;
+        return fs::exists(mountPoints.front(), error);
+    }
+    // Linux leaves the folder behind (or it never went: "/mnt/backup"), so
+    // only a file system mounted there shows that the volume is attached.
+    return std::any_of(mountPoints.begin(), mountPoints.end(), isMountPoint);
 }
 
 std::string TLFileManager::uniqueFilename(const std::string &path)

@@ -48,17 +48,21 @@ public:
     static void unlockFile(const std::string &path);
 
     // Creates the folder at `path` with every missing folder above it. True
-    // when a folder is there afterwards (also when it already was). Below
-    // "/Volumes/" of a volume that is not attached it creates nothing, writes
-    // "Unable to create directory. Drive is not mounted." to standard error
-    // and returns false. Other failures (a file in the way, no permission,
-    // an empty path) log "Error creating folder: <reason>. Authorizing..."
-    // and return false.
+    // when a folder is there afterwards (also when it already was). On a
+    // volume that is not attached (isDriveMountedForPath) it creates
+    // nothing, writes "Unable to create directory. Drive is not mounted." to
+    // standard error and returns false, so no stray folder appears where
+    // the volume would be mounted. Other failures (a file in the way, no
+    // permission, an empty path) log "Error creating folder: <reason>.
+    // Authorizing..." and return false.
     static bool createDirectory(const std::string &path, bool shouldAuth = true);
 
-    // False only for a path below "/Volumes/<name>/..." or "/Volumes/<name>"
-    // whose mount point "/Volumes/<name>" does not exist; true for every
-    // other path, including "/Volumes", "/Volumes/" and relative paths.
+    // False for a path on a volume that is not attached: below
+    // "/Volumes/<name>" when that folder does not exist, below
+    // "/media/<user>/<name>", "/run/media/<user>/<name>" or "/mnt/<name>"
+    // (the paths themselves included) when no file system is mounted at the
+    // volume's folder (TLLocalPaths::volumeMountPoints). True for every other
+    // path, including the places themselves and relative paths.
     static bool isDriveMountedForPath(const std::string &path);
 
     // A path at which nothing exists: `path` itself when it is free, else the

@@ -1,13 +1,18 @@
 // The standard folders of Linux (XDG base directories and user dirs) and path helpers.
 #include "TLLocalPaths.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <pwd.h>
 #include <random>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -198,6 +203,82 @@ TLLocalPaths::Domain domainFor(bool user)
     return user ? TLLocalPaths::Domain::user : TLLocalPaths::Domain::local;
 }
 
+// The folders of the Linux file-system hierarchy that no file operation of
+// this program may remove or move away, whoever asks.
+constexpr std::array<std::string_view, 23> linuxSystemFolders{
+    "/etc", "/boot", "/efi", "/lib", "/lib32", "/lib64", "/libx32", "/home", "/root", "/srv", "/proc", "/sys",
+    "/dev", "/run", "/run/media", "/run/user", "/tmp", "/media", "/mnt", "/opt", "/snap", "/lost+found",
+    "/usr/local",
+};
+
+// Whether `path` is a folder directly inside one of `places` (each given
+// with its trailing slash): "/home/ada" for "/home/", not "/home/ada/x".
+bool isFolderStraightInside(std::string_view path, std::initializer_list<std::string_view> places)
+{
+    for (std::string_view place : places) {
+        if (path.size() > place.size() && path.starts_with(place) &&
+            path.find('/', place.size()) == std::string_view::npos)
+            return true;
+    }
+    return false;
+}
+
+// The components of an absolute path, without empty ones.
+std::vector<std::string> components(std::string_view path)
+{
+    std::vector<std::string> parts;
+    while (!path.empty()) {
+        const std::size_t slash = path.find('/');
+        if (slash != 0)
+            parts.emplace_back(path.substr(0, slash));
+        if (slash == std::string_view::npos)
+            break;
+        path.remove_prefix(slash + 1);
+    }
+    return parts;
+}
+
+constexpr mode_t groupAndOtherBits = S_IRWXG | S_IRWXO;
+
+// Whether `status` describes a folder only the effective user can enter.
+bool isPrivateFolder(const struct stat &status)
+{
+    return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & groupAndOtherBits) == 0;
+}
+
+// Makes `path` a private folder or confirms that it already is one. The
+// folder is opened without following a symbolic link and checked through
+// that descriptor, so a link or a folder swapped in by another user between
+// the creation and the check is refused rather than trusted.
+bool claimPrivateFolder(const std::string &path)
+{
+    if (mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST)
+        return false;
+    const int descriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    struct stat status{};
+    const bool usable = fstat(descriptor, &status) == 0 && isPrivateFolder(status)
+        // A restrictive umask may have left the owner without search or
+        // write permission on a folder just made; the owner needs both.
+        && fchmod(descriptor, S_IRWXU) == 0;
+    close(descriptor);
+    return usable;
+}
+
+// $XDG_RUNTIME_DIR when it is a folder of the user's own with mode 0700, as
+// the base-directory rules require of it; another value is not trusted.
+std::optional<std::string> trustedRuntimeDirectory()
+{
+    const auto runtime = absolutePathFromEnvironment("XDG_RUNTIME_DIR");
+    if (!runtime)
+        return std::nullopt;
+    struct stat status{};
+    if (lstat(runtime->c_str(), &status) != 0 || !isPrivateFolder(status))
+        return std::nullopt;
+    return runtime;
+}
+
 std::array<unsigned char, 16> randomBytes()
 {
     std::array<unsigned char, 16> bytes{};
@@ -337,6 +418,24 @@ std::string TLLocalPaths::tempDirectory()
     return absolutePathFromEnvironment("TMPDIR").value_or("/tmp");
 }
 
+std::optional<std::string> TLLocalPaths::privateTemporaryDirectory()
+{
+    if (const auto runtime = trustedRuntimeDirectory()) {
+        const std::string folder = joinPath(*runtime, "corvale");
+        if (claimPrivateFolder(folder))
+            return folder;
+    }
+    const std::string base = joinPath(tempDirectory(), "corvale-" + std::to_string(geteuid()));
+    if (claimPrivateFolder(base))
+        return base;
+    // The fixed name is taken, by another user or by a link: a fresh name of
+    // mkdtemp's own choosing cannot be pre-empted.
+    std::string pattern = base + "-XXXXXX";
+    if (!mkdtemp(pattern.data()))
+        return std::nullopt;
+    return pattern;
+}
+
 std::optional<std::string> TLLocalPaths::darwinCacheDirectory()
 {
 #ifdef _CS_DARWIN_USER_CACHE_DIR
@@ -428,11 +527,19 @@ bool TLLocalPaths::isPathSystemDirectory(const std::optional<std::string> &path,
         if (folder && *folder == candidate)
             return true;
     }
+    if (std::find(linuxSystemFolders.begin(), linuxSystemFolders.end(), candidate) != linuxSystemFolders.end())
+        return true;
+    if (isFolderStraightInside(candidate, {"/home/", "/media/", "/run/media/"}))
+        return true;
     if (exactMatch)
         return false;
     if (candidate.starts_with("/usr/"))
         return !candidate.starts_with("/usr/local/");
-    for (std::string_view prefix : {"/var/", "/bin/", "/sbin/", "/private/var/", "/System/"}) {
+    if (candidate.starts_with("/run/"))
+        return !candidate.starts_with("/run/media/") && !candidate.starts_with("/run/user/");
+    for (std::string_view prefix : {"/var/", "/bin/", "/sbin/", "/private/var/", "/System/", "/etc/", "/boot/",
+                                    "/lib/", "/lib32/", "/lib64/", "/libx32/", "/proc/", "/sys/", "/dev/",
+                                    "/snap/"}) {
         if (candidate.starts_with(prefix))
             return true;
     }
@@ -441,7 +548,7 @@ bool TLLocalPaths::isPathSystemDirectory(const std::optional<std::string> &path,
 
 bool TLLocalPaths::isPathOnTimeMachineVolume(const std::optional<std::string> &path)
 {
-    if (!path || !path->starts_with("/Volumes/"))
+    if (!path || volumeMountPoints(*path).empty())
         return false;
     std::string_view rest(*path);
     while (!rest.empty()) {
@@ -453,6 +560,39 @@ bool TLLocalPaths::isPathOnTimeMachineVolume(const std::optional<std::string> &p
         rest.remove_prefix(slash + 1);
     }
     return false;
+}
+
+std::vector<std::string> TLLocalPaths::volumeMountPoints(const std::string &path)
+{
+    if (path.empty() || path.front() != '/')
+        return {};
+    const std::vector<std::string> parts = components(std::filesystem::path(path).lexically_normal().string());
+    const auto prefix = [&](std::size_t count) {
+        std::string joined;
+        for (std::size_t index = 0; index < count; ++index)
+            joined += "/" + parts[index];
+        return joined;
+    };
+    // The place's own depth, and how many levels below it may be the mount
+    // point: one for "/Volumes" and "/mnt", the user's folder and the
+    // volume's for "/media" and "/run/media".
+    std::size_t placeDepth = 0;
+    std::size_t levels = 1;
+    if (parts.size() >= 2 && (parts[0] == "Volumes" || parts[0] == "mnt")) {
+        placeDepth = 1;
+    } else if (parts.size() >= 3 && parts[0] == "media") {
+        placeDepth = 1;
+        levels = 2;
+    } else if (parts.size() >= 4 && parts[0] == "run" && parts[1] == "media") {
+        placeDepth = 2;
+        levels = 2;
+    } else {
+        return {};
+    }
+    std::vector<std::string> mountPoints;
+    for (std::size_t depth = placeDepth + 1; depth <= std::min(placeDepth + levels, parts.size()); ++depth)
+        mountPoints.push_back(prefix(depth));
+    return mountPoints;
 }
 
 unsigned TLLocalPaths::userId()

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 // Answers where each standard folder lies, per user or machine-wide, and
 // offers path-string helpers (random names, temporary files, trailing
@@ -74,6 +75,16 @@ public:
     static std::string trashDirectory();
     // $TMPDIR without its trailing slash, or "/tmp" when unset or not absolute.
     static std::string tempDirectory();
+    // A folder only the current user can enter (a directory owned by the
+    // effective user, mode 0700), for files other local users must neither
+    // read nor pre-empt: "$XDG_RUNTIME_DIR/corvale" when that variable names
+    // an absolute folder owned by the user with mode 0700, else
+    // tempDirectory() + "/corvale-<uid>". A name that already exists as a
+    // symbolic link, as something other than a folder, with another owner or
+    // with group or other permission bits is never used; a fresh
+    // "corvale-<uid>-XXXXXX" folder (mkdtemp) in tempDirectory() is used
+    // instead. Created when missing; nullopt when nothing can be made.
+    static std::optional<std::string> privateTemporaryDirectory();
     // The per-user cache folder of Darwin; nullopt where the system has none
     // (always on Linux).
     static std::optional<std::string> darwinCacheDirectory();
@@ -97,15 +108,33 @@ public:
 
     // Whether `path` is a folder that must never be deleted or moved: "/",
     // one of the standard folders above (exactly), "/Users/Shared", "/usr",
-    // "/var", "/bin", "/sbin", "/System", and unless `exactMatch`, anything
+    // "/var", "/bin", "/sbin", "/System", the other top-level folders of
+    // Linux ("/etc", "/boot", "/lib", "/lib64", "/home", "/root", "/proc",
+    // "/run", "/tmp", "/media", "/mnt", "/usr/local", ...), and a folder
+    // straight inside "/home", "/media" or "/run/media" (a user's home or
+    // volume folder). Unless `exactMatch`, also anything
     // below "/usr/" (but not "/usr/local/"), "/var/", "/bin/", "/sbin/",
-    // "/private/var/" or "/System/". A path ending in "/" loses its last two
-    // characters before the comparison ("/usr/" is compared as "/us"). False
-    // for nullopt and for paths of 1 or 2 characters other than "/".
+    // "/private/var/", "/System/", "/etc/", "/boot/", "/lib/", "/lib32/",
+    // "/lib64/", "/libx32/", "/proc/", "/sys/", "/dev/", "/snap/" or
+    // "/run/" (but not "/run/media/" or "/run/user/"); what users keep below
+    // "/home/", "/tmp/", "/media/", "/mnt/" and "/srv/" is theirs. A path
+    // ending in "/" loses its last two characters before the comparison
+    // ("/usr/" is compared as "/us"). False for nullopt and for paths of 1
+    // or 2 characters other than "/".
     static bool isPathSystemDirectory(const std::optional<std::string> &path, bool exactMatch = false);
-    // True when `path` begins with "/Volumes/" and one of its components is
-    // exactly "Backups.backupdb"; false for nullopt.
+    // True when `path` lies on a volume (see volumeMountPoints) and one of
+    // its components is exactly "Backups.backupdb"; false for nullopt.
     static bool isPathOnTimeMachineVolume(const std::optional<std::string> &path);
+    // The folders at which the volume holding `path` is mounted when it is
+    // attached, for a path in one of the places external volumes are
+    // mounted: "/Volumes/<volume>" (macOS), "/media/<user>/<volume>" and
+    // "/run/media/<user>/<volume>" (the desktop's automounter), "/mnt/<volume>".
+    // Below "/media" and "/run/media" both "<place>/<user>" and
+    // "<place>/<user>/<volume>" are given, outer first, since some systems
+    // mount volumes straight into "/media". Empty for any other path, for a
+    // relative one and for the places themselves ("/media/<user>" included).
+    // The path is normalised lexically first.
+    static std::vector<std::string> volumeMountPoints(const std::string &path);
 
     // The user id that decides whether the process runs as root: getuid(),
     // unless overridden. The override exists so that both the root and the

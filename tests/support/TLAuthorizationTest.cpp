@@ -2,14 +2,18 @@
 
 #include "TLFileManager.h"
 #include "TLLocalPaths.h"
+#include "TLPrivilegedCommand.h"
 #include "TLTrash.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -36,13 +40,14 @@ public:
     {
         return username == "admin" && password == "secret";
     }
-    void runDirectly(const std::string &tool, const std::vector<std::string> &arguments, bool wait) override
+    int runDirectly(const std::string &tool, const std::vector<std::string> &arguments) override
     {
-        record(wait ? "direct-wait" : "direct", tool, arguments);
+        record("direct", tool, arguments);
+        return status;
     }
-    int runPrivileged(const std::string &tool, const std::vector<std::string> &arguments, bool wait) override
+    int runPrivileged(const std::string &tool, const std::vector<std::string> &arguments) override
     {
-        record(wait ? "privileged-wait" : "privileged", tool, arguments);
+        record("privileged", tool, arguments);
         return status;
     }
 
@@ -70,6 +75,35 @@ public:
     ~UserIdOverride() { TLLocalPaths::overrideUserId(std::nullopt); }
 };
 
+// Runs the test body in `folder`, so that relative paths resolve there.
+class WorkingFolder
+{
+public:
+    explicit WorkingFolder(const fs::path &folder) : m_old(fs::current_path()) { fs::current_path(folder); }
+    ~WorkingFolder() { fs::current_path(m_old); }
+
+private:
+    fs::path m_old;
+};
+
+// A graphical session, as far as the runner can tell: the prompt is offered.
+class GraphicalSession
+{
+public:
+    GraphicalSession() { setenv("DISPLAY", ":99", 1); }
+    ~GraphicalSession() { unsetenv("DISPLAY"); }
+};
+
+// A stand-in for pkexec that notes each start in `log` and then does `then`.
+std::string standInPkexec(const test::TemporaryFolder &folder, const std::string &name, const std::string &log,
+                          const std::string &then)
+{
+    const std::string path = folder.file(name);
+    test::writeFile(path, "#!/bin/sh\necho \"$@\" >> '" + log + "'\n" + then + "\n");
+    fs::permissions(path, fs::perms::owner_all);
+    return path;
+}
+
 } // namespace
 
 TEST(TLAuthorizationTest, SharedControllerIsOneInstanceThatUsesTheConfiguredRunner)
@@ -81,7 +115,7 @@ TEST(TLAuthorizationTest, SharedControllerIsOneInstanceThatUsesTheConfiguredRunn
     const UserIdOverride user(1000);
     const test::TemporaryFolder folder;
     EXPECT_TRUE(shared.authCreateDir(folder.file("made")));
-    EXPECT_EQ(runner->commands.back(), "privileged: /bin/mkdir -p " + folder.file("made"));
+    EXPECT_EQ(runner->commands.back(), "privileged: /bin/mkdir -p -- " + folder.file("made"));
     shared.authEnd();
     TLAuthorization::setCommandRunner(nullptr);
 }
@@ -94,11 +128,11 @@ TEST(TLAuthorizationTest, PromptsOnceAndRefusesWithoutAPrompt)
     EXPECT_TRUE(withGUI.userDirectory().has_value());
     EXPECT_TRUE(withGUI.canAuthorize());
     EXPECT_FALSE(withGUI.isAuthorized());
-    EXPECT_EQ(withGUI.authExecTask("/bin/rm", {"-Rdf", "/nowhere"}, false), 0);
+    EXPECT_EQ(withGUI.authExecTask("/bin/rm", {"-Rdf", "/nowhere"}), 0);
     EXPECT_EQ(withGUI.authExecTask("/bin/rm", {"x"}), 0);
     EXPECT_EQ(runner->prompts, 1);
     EXPECT_EQ(runner->commands,
-              (std::vector<std::string>{"privileged-wait: /bin/rm -Rdf /nowhere", "privileged: /bin/rm x"}));
+              (std::vector<std::string>{"privileged: /bin/rm -Rdf /nowhere", "privileged: /bin/rm x"}));
     EXPECT_EQ(withGUI.authExecTask("/missing/tool", {}), -2);
     withGUI.authEnd();
     EXPECT_FALSE(withGUI.isAuthorized());
@@ -141,25 +175,29 @@ TEST(TLAuthorizationTest, RootRunsTheToolsItselfWithoutAsking)
     EXPECT_TRUE(root.authCopyFile(folder.file("a b"), folder.file("d")));
     EXPECT_TRUE(root.authCreateDir(folder.file("e")));
     EXPECT_TRUE(root.authRemoveFile(folder.file("a b")));
-    EXPECT_EQ(root.authExecTask("/bin/rm", {"y"}, false), 0);
+    EXPECT_EQ(root.authExecTask("/bin/rm", {"y"}), 0);
     EXPECT_EQ(runner->prompts, 0);
     EXPECT_EQ(runner->commands, (std::vector<std::string>{
-                                    "direct: /bin/mv -f " + folder.file("a b") + " " + folder.file("c"),
-                                    "direct: /bin/cp -f -p -R " + folder.file("a b") + " " + folder.file("d"),
-                                    "direct: /bin/mkdir -p " + folder.file("e"),
-                                    "direct: /bin/rm -Rdf " + folder.file("a b"),
-                                    "direct-wait: /bin/rm y",
+                                    "direct: /bin/mv -f -- " + folder.file("a b") + " " + folder.file("c"),
+                                    "direct: /bin/cp -f -p -R -- " + folder.file("a b") + " " + folder.file("d"),
+                                    "direct: /bin/mkdir -p -- " + folder.file("e"),
+                                    "direct: /bin/rm -Rdf -- " + folder.file("a b"),
+                                    "direct: /bin/rm y",
                                 }));
+    // Root's tools are waited for too: a failing one fails the operation.
+    runner->status = 1;
+    EXPECT_FALSE(root.authCreateDir(folder.file("e")));
+    runner->status = 0;
 
     // With the flag, root removes the Trash path outright: the computed
     // destination, not the item.
     runner->commands.clear();
     EXPECT_TRUE(root.authTrashFile(folder.file("a b"), true));
     EXPECT_EQ(runner->commands,
-              (std::vector<std::string>{"direct: /bin/rm -Rdf " + TLLocalPaths::trashDirectory() + "/a b"}));
+              (std::vector<std::string>{"direct: /bin/rm -Rdf -- " + TLLocalPaths::trashDirectory() + "/a b"}));
     runner->commands.clear();
     EXPECT_TRUE(root.authTrashFolderContents(folder.path().string(), true));
-    EXPECT_EQ(runner->commands, (std::vector<std::string>{"direct: /bin/rm -R -f " + folder.file("a b")}));
+    EXPECT_EQ(runner->commands, (std::vector<std::string>{"direct: /bin/rm -R -f -- " + folder.file("a b")}));
 }
 
 TEST(TLAuthorizationTest, SystemFoldersAndAbsentPathsAreRefused)
@@ -192,7 +230,7 @@ TEST(TLAuthorizationTest, SystemFoldersAndAbsentPathsAreRefused)
 
     // Only the folder itself is protected, not what lies below it.
     EXPECT_TRUE(rights.authRemoveFile("/usr/share/x"));
-    EXPECT_EQ(runner->commands, (std::vector<std::string>{"privileged: /bin/rm -Rdf /usr/share/x"}));
+    EXPECT_EQ(runner->commands, (std::vector<std::string>{"privileged: /bin/rm -Rdf -- /usr/share/x"}));
 }
 
 TEST(TLAuthorizationTest, TrashingMovesIntoTheTrashWithATimeStampWhenTheNameIsTaken)
@@ -205,14 +243,14 @@ TEST(TLAuthorizationTest, TrashingMovesIntoTheTrashWithATimeStampWhenTheNameIsTa
     test::writeFile(folder.file("Auth Bins.xml"), "x");
     test::writeFile(folder.file("Auth Reels"), "x");
     EXPECT_TRUE(rights.authTrashFile(folder.file("Auth Bins.xml")));
-    EXPECT_EQ(runner->commands.back(), "privileged: /bin/mv -f " + folder.file("Auth Bins.xml") + " " + trash + "/Auth Bins.xml");
+    EXPECT_EQ(runner->commands.back(), "privileged: /bin/mv -f -- " + folder.file("Auth Bins.xml") + " " + trash + "/Auth Bins.xml");
 
     test::writeFile(trash + "/Auth Bins.xml", "taken");
     test::writeFile(trash + "/Auth Reels", "taken");
     runner->commands.clear();
     EXPECT_TRUE(rights.authTrashFolderContents(folder.path().string()));
     ASSERT_EQ(runner->commands.size(), 2u);
-    const std::string prefix = "privileged: /bin/mv -f ";
+    const std::string prefix = "privileged: /bin/mv -f -- ";
     EXPECT_TRUE(std::regex_match(runner->commands[0], std::regex(literal(prefix + folder.file("Auth Bins.xml") + " " + trash) +
                                                                  "/Auth Bins_\\d{14}\\.xml")))
         << runner->commands[0];
@@ -239,7 +277,7 @@ TEST(TLAuthorizationTest, TrashingWithRightsWritesARecordUnderACollisionFreeName
     const std::string item = folder.file("Record Me%.txt");
     test::writeFile(item, "x");
     const std::string info = TLTrash::folder() + "/info/";
-    const std::string prefix = "privileged: /bin/mv -f " + item + " " + TLLocalPaths::trashDirectory() + "/";
+    const std::string prefix = "privileged: /bin/mv -f -- " + item + " " + TLLocalPaths::trashDirectory() + "/";
 
     std::vector<std::string> names;
     for (int copy = 0; copy < 3; ++copy) {
@@ -290,7 +328,7 @@ TEST(TLAuthorizationTest, FileManagerRetriesARefusedRemovalWithRightsUnlessRootO
         EXPECT_FALSE(TLFileManager::removeFile(refused, false));
         EXPECT_TRUE(runner->commands.empty());
         EXPECT_TRUE(TLFileManager::removeFile(refused));
-        EXPECT_EQ(runner->commands, (std::vector<std::string>{"privileged: /bin/rm -Rdf " + refused}));
+        EXPECT_EQ(runner->commands, (std::vector<std::string>{"privileged: /bin/rm -Rdf -- " + refused}));
     }
     runner->commands.clear();
     const UserIdOverride root(0);
@@ -298,4 +336,89 @@ TEST(TLAuthorizationTest, FileManagerRetriesARefusedRemovalWithRightsUnlessRootO
     EXPECT_TRUE(runner->commands.empty());
     TLAuthorization::sharedController().authEnd();
     TLAuthorization::setCommandRunner(nullptr);
+}
+
+TEST(TLAuthorizationTest, PathsReachTheToolsAbsoluteAndAfterTheEndOfOptions)
+{
+    const UserIdOverride user(1000);
+    auto runner = std::make_shared<RecordingRunner>();
+    TLAuthorization rights(true, runner);
+    const test::TemporaryFolder folder;
+    const std::string here = folder.path().string();
+    const std::string above = folder.path().parent_path().string();
+    test::writeFile(folder.file("-rf"), "x");
+    test::writeFile(folder.file("-f"), "x");
+    const WorkingFolder working(folder.path());
+
+    struct Case {
+        std::function<bool()> operation;
+        std::string command; // "" when the operation is refused before any tool runs
+    };
+    const Case cases[] = {
+        {[&] { return rights.authRemoveFile("-rf"); }, "/bin/rm -Rdf -- " + here + "/-rf"},
+        {[&] { return rights.authCreateDir("sub/../made/"); }, "/bin/mkdir -p -- " + here + "/made"},
+        {[&] { return rights.authMoveFile(std::string("-f"), std::string("./-rf")); },
+         "/bin/mv -f -- " + here + "/-f " + here + "/-rf"},
+        {[&] { return rights.authCopyFile(std::string("./-f"), std::string("../x")); },
+         "/bin/cp -f -p -R -- " + here + "/-f " + above + "/x"},
+        {[&] { return rights.authTrashFolderContents("/usr/share/.."); }, ""},
+        {[&] { return rights.authRemoveFile("/usr/"); }, ""},
+        {[&] { return rights.authMoveFile(std::string("/etc//"), std::string("x")); }, ""},
+    };
+    testing::internal::CaptureStderr();
+    for (const Case &each : cases) {
+        runner->commands.clear();
+        EXPECT_EQ(each.operation(), !each.command.empty()) << each.command;
+        const std::vector<std::string> expected =
+            each.command.empty() ? std::vector<std::string>{} : std::vector<std::string>{"privileged: " + each.command};
+        EXPECT_EQ(runner->commands, expected);
+    }
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(TLAuthorizationTest, TheSystemRunnerAsksOnceThroughPkexecAndReportsEveryFailure)
+{
+    const UserIdOverride user(1000);
+    const GraphicalSession session;
+    const test::TemporaryFolder folder;
+    const std::string helper = CORVALE_PRIVILEGED_HELPER_BUILT;
+    const std::string log = folder.file("pkexec.log");
+    const std::string granting = standInPkexec(folder, "pkexec", log, "exec \"$@\"");
+    const std::string refusing = standInPkexec(folder, "pkexec-refusing", log, "exit 126");
+
+    TLAuthorization rights(true, TLAuthorization::systemCommandRunner(granting, helper));
+    const std::string made = folder.file("-rf");
+    test::writeFile(folder.file("a"), "x");
+    EXPECT_TRUE(rights.authCreateDir(made));
+    EXPECT_TRUE(fs::is_directory(made));
+    EXPECT_TRUE(rights.authCopyFile(folder.file("a"), made + "/b"));
+    EXPECT_TRUE(rights.authMoveFile(made + "/b", folder.file("c")));
+    EXPECT_TRUE(rights.authRemoveFile(made));
+    EXPECT_FALSE(fs::exists(made));
+    EXPECT_EQ(test::readFile(folder.file("c")), "x");
+
+    // Failing tools fail the operation.
+    EXPECT_FALSE(rights.authCreateDir(folder.file("a/sub")));
+    EXPECT_FALSE(rights.authMoveFile(folder.file("c"), folder.file("missing/c")));
+
+    // The helper runs nothing but the program's own commands.
+    const std::vector<std::pair<std::string, std::vector<std::string>>> foreign{
+        {"/bin/rm", {"-rf", folder.file("c")}},
+        {"/bin/rm", {"-Rdf", folder.file("c")}},
+        {"/bin/rm", {"-Rdf", "--", "c"}},
+        {"/bin/rm", {"-Rdf", "--", folder.file("x/../c")}},
+        {"/bin/rm", {"-Rdf", "--", "/"}},
+        {"/bin/mv", {"-f", "--", folder.file("c")}},
+        {"/bin/sh", {"-c", "rm " + folder.file("c")}},
+    };
+    for (const auto &[tool, arguments] : foreign)
+        EXPECT_EQ(rights.authExecTask(tool, arguments), TLPrivilegedCommand::refusedStatus) << arguments.front();
+    EXPECT_TRUE(fs::exists(folder.file("c")));
+    EXPECT_EQ(test::readFile(log), helper + "\n") << "one prompt for the whole session";
+
+    // A dismissed prompt fails the operation and does nothing.
+    TLAuthorization refused(true, TLAuthorization::systemCommandRunner(refusing, helper));
+    EXPECT_FALSE(refused.authCreateDir(folder.file("never")));
+    EXPECT_FALSE(refused.isAuthorized());
+    EXPECT_FALSE(fs::exists(folder.file("never")));
 }

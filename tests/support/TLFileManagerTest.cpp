@@ -232,6 +232,52 @@ TEST(TLFileManagerTest, CreateDirectoryMakesEveryMissingFolderButNoneForADetache
     EXPECT_FALSE(fs::exists(volume));
 }
 
+TEST(TLFileManagerTest, LinuxVolumeFoldersWithNothingMountedAreDetached)
+{
+    // Names no machine mounts anything at.
+    const std::string user = "corvale-test-user";
+    const std::string disk = "CorvaleTestMissingDisk";
+    const struct {
+        std::string path;
+        bool mounted;
+    } cases[] = {
+        {"/media/" + user + "/" + disk + "/Bins", false},
+        {"/media/" + user + "/" + disk, false},
+        {"/media/" + user + "/" + disk + "/../" + disk + "/x", false},
+        {"/run/media/" + user + "/" + disk + "/Bins", false},
+        {"/mnt/" + disk + "/Bins", false},
+        {"/mnt/" + disk, false},
+        {"//mnt/" + disk + "/", false},
+        {"/media", true},
+        {"/media/" + user, true},
+        {"/run/media/" + user, true},
+        {"/mnt", true},
+        {"/mnt/../tmp/x", true},
+        {"mnt/" + disk + "/x", true},
+        {"/mediathek/" + user + "/" + disk, true},
+    };
+    for (const auto &each : cases)
+        EXPECT_EQ(TLFileManager::isDriveMountedForPath(each.path), each.mounted) << each.path;
+
+    // Nothing is created where the volume would appear; should that ever
+    // break, what was made under these unique names goes again.
+    struct RemoveStrayFolders {
+        ~RemoveStrayFolders()
+        {
+            std::error_code ignored;
+            fs::remove_all("/mnt/CorvaleTestMissingDisk", ignored);
+            fs::remove_all("/media/corvale-test-user", ignored);
+        }
+    } removeStrayFolders;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(TLFileManager::createDirectory("/mnt/" + disk + "/Bins"));
+    EXPECT_FALSE(TLFileManager::createDirectory("/media/" + user + "/" + disk + "/Bins"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unable to create directory. Drive is not mounted.\n"
+                                                      "Unable to create directory. Drive is not mounted.\n");
+    EXPECT_FALSE(fs::exists("/mnt/" + disk));
+    EXPECT_FALSE(fs::exists("/media/" + user));
+}
+
 TEST(TLFileManagerTest, CompressFileKeepsTheFolderAsTheTopEntryWhenAsked)
 {
     const test::TemporaryFolder folder;

@@ -6,8 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <regex>
 #include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -189,11 +194,133 @@ TEST(TLLocalPathsTest, SystemDirectories)
     }
 }
 
-TEST(TLLocalPathsTest, TimeMachineVolumes)
+TEST(TLLocalPathsTest, LinuxSystemFoldersAreProtected)
 {
+    const struct {
+        const char *path;
+        bool exact;  // protected with exactMatch
+        bool prefix; // protected without it
+    } cases[] = {
+        {"/etc", true, true},           {"/etc/passwd", false, true},    {"/boot", true, true},
+        {"/boot/vmlinuz", false, true}, {"/lib", true, true},            {"/lib64", true, true},
+        {"/lib32/x", false, true},      {"/libx32/x", false, true},      {"/proc", true, true},
+        {"/proc/1", false, true},       {"/sys/kernel", false, true},    {"/dev/sda", false, true},
+        {"/run", true, true},           {"/run/lock", false, true},      {"/snap/core", false, true},
+        {"/root", true, true},          {"/srv", true, true},            {"/lost+found", true, true},
+        {"/usr/local", true, true},     {"/opt", true, true},            {"/home", true, true},
+        {"/home/ada", true, true},      {"/home/ada/Bins.xml", false, false},
+        {"/tmp", true, true},           {"/tmp/Bins.xml", false, false}, {"/media", true, true},
+        {"/media/ada", true, true},     {"/media/ada/Disk/x", false, false},
+        {"/run/media/ada", true, true}, {"/run/media/ada/Disk/x", false, false},
+        {"/run/user/1000/x", false, false},
+        {"/mnt", true, true},           {"/mnt/Disk/x", false, false},   {"/srv/www/x", false, false},
+        {"/etcetera", false, false},    {"/usr/local/bin", false, false},
+    };
+    for (const auto &each : cases) {
+        EXPECT_EQ(TLLocalPaths::isPathSystemDirectory(std::string(each.path), true), each.exact) << each.path;
+        EXPECT_EQ(TLLocalPaths::isPathSystemDirectory(std::string(each.path)), each.prefix) << each.path;
+    }
+}
+
+TEST(TLLocalPathsTest, VolumesAndTimeMachineBackups)
+{
+    using Folders = std::vector<std::string>;
+    const struct {
+        const char *path;
+        Folders mountPoints;
+    } cases[] = {
+        {"/Volumes/Disk/x", {"/Volumes/Disk"}},
+        {"/Volumes/Disk", {"/Volumes/Disk"}},
+        {"/mnt/Disk/a/b", {"/mnt/Disk"}},
+        {"/media/ada/Disk/x", {"/media/ada", "/media/ada/Disk"}},
+        {"/run/media/ada/Disk", {"/run/media/ada", "/run/media/ada/Disk"}},
+        {"/media/ada/../bob/Disk/x", {"/media/bob", "/media/bob/Disk"}},
+        {"/media/ada", {}},
+        {"/run/media/ada", {}},
+        {"/mnt", {}},
+        {"/Volumes/", {}},
+        {"mnt/Disk/x", {}},
+        {"/home/ada/mnt/Disk", {}},
+    };
+    for (const auto &each : cases)
+        EXPECT_EQ(TLLocalPaths::volumeMountPoints(each.path), each.mountPoints) << each.path;
+
     EXPECT_FALSE(TLLocalPaths::isPathOnTimeMachineVolume("/Backups.backupdb/x"));
     EXPECT_TRUE(TLLocalPaths::isPathOnTimeMachineVolume("/Volumes/Disk/Backups.backupdb/Mac"));
     EXPECT_TRUE(TLLocalPaths::isPathOnTimeMachineVolume("/Volumes/Disk/Backups.backupdb"));
+    EXPECT_TRUE(TLLocalPaths::isPathOnTimeMachineVolume("/media/ada/Disk/Backups.backupdb/Mac"));
+    EXPECT_FALSE(TLLocalPaths::isPathOnTimeMachineVolume("/home/ada/Backups.backupdb/Mac"));
     EXPECT_FALSE(TLLocalPaths::isPathOnTimeMachineVolume("/Volumes/Disk/Backups.backupdb2/Mac"));
     EXPECT_FALSE(TLLocalPaths::isPathOnTimeMachineVolume(std::nullopt));
+}
+
+TEST(TLLocalPathsTest, PrivateTemporaryFolderIsTheUsersAloneAndNeverAPlantedOne)
+{
+    const test::TemporaryFolder folder;
+    const ScopedEnvironment noRuntime("XDG_RUNTIME_DIR", nullptr);
+    const std::string fixedName = "corvale-" + std::to_string(geteuid());
+    const auto isPrivate = [](const std::string &path) {
+        struct stat status{};
+        return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
+               (status.st_mode & 07777) == 0700;
+    };
+
+    // What another user may leave at the fixed name before the program runs.
+    const std::string elsewhere = folder.file("elsewhere");
+    std::filesystem::create_directory(elsewhere);
+    std::filesystem::permissions(elsewhere, std::filesystem::perms::owner_all);
+    const struct {
+        const char *what;
+        std::function<void(const std::string &)> plant;
+        bool usable;
+    } cases[] = {
+        {"nothing", [](const std::string &) {}, true},
+        {"a private folder of the user's", [](const std::string &path) { mkdir(path.c_str(), 0700); }, true},
+        {"a link to a private folder",
+         [&](const std::string &path) { std::filesystem::create_directory_symlink(elsewhere, path); }, false},
+        {"an open folder", [](const std::string &path) { mkdir(path.c_str(), 0777), chmod(path.c_str(), 0777); }, false},
+        {"a file", [](const std::string &path) { test::writeFile(path, "x"); }, false},
+        // As root the folder goes to nobody; as anyone else to root's "/".
+        {"another user's folder",
+         [&](const std::string &path) {
+             if (geteuid() == 0) {
+                 mkdir(path.c_str(), 0700);
+                 (void)lchown(path.c_str(), 65534, 65534);
+             } else {
+                 std::filesystem::create_directory_symlink("/", path);
+             }
+         },
+         false},
+    };
+    int round = 0;
+    for (const auto &each : cases) {
+        const std::string temporary = folder.file("tmp" + std::to_string(++round));
+        std::filesystem::create_directory(temporary);
+        const ScopedEnvironment tmpdir("TMPDIR", temporary.c_str());
+        const std::string fixed = temporary + "/" + fixedName;
+        each.plant(fixed);
+        const std::optional<std::string> made = TLLocalPaths::privateTemporaryDirectory();
+        ASSERT_TRUE(made.has_value()) << each.what;
+        EXPECT_TRUE(isPrivate(*made)) << each.what;
+        if (each.usable)
+            EXPECT_EQ(*made, fixed) << each.what;
+        else
+            EXPECT_TRUE(std::regex_match(*made, std::regex(temporary + "/" + fixedName + "-[A-Za-z0-9]{6}")))
+                << each.what << ": " << *made;
+    }
+    EXPECT_TRUE(isPrivate(elsewhere)) << "the link's target is left alone";
+    EXPECT_TRUE(std::filesystem::is_empty(elsewhere));
+
+    // The runtime folder is used when it is the user's own and private.
+    const std::string runtime = folder.file("runtime");
+    mkdir(runtime.c_str(), 0700);
+    const ScopedEnvironment tmpdir("TMPDIR", folder.path().c_str());
+    {
+        const ScopedEnvironment trusted("XDG_RUNTIME_DIR", runtime.c_str());
+        EXPECT_EQ(TLLocalPaths::privateTemporaryDirectory(), runtime + "/corvale");
+        EXPECT_TRUE(isPrivate(runtime + "/corvale"));
+    }
+    chmod(runtime.c_str(), 0755);
+    const ScopedEnvironment open("XDG_RUNTIME_DIR", runtime.c_str());
+    EXPECT_EQ(TLLocalPaths::privateTemporaryDirectory(), folder.file(fixedName));
 }
