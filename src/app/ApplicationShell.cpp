@@ -11,6 +11,7 @@
 #include "TLAlert.h"
 #include "TLLog.h"
 #include "TLSmartBin.h"
+#include "TLTerminationSignals.h"
 
 #include <QAction>
 #include <QApplication>
@@ -27,11 +28,13 @@
 #include <QMessageBox>
 #include <QPixmap>
 #include <QPushButton>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <QTreeView>
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 
 namespace {
@@ -138,6 +141,7 @@ ApplicationShell::Options ApplicationShell::parseArguments(const QStringList &ar
 void ApplicationShell::start(const Options &options)
 {
     AppController::installTerminateHandler();
+    watchTerminationSignals();
     // Windows come and go (the start window stands in when the last document
     // closes), so leaving is always an explicit quit.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -166,6 +170,26 @@ int ApplicationShell::finish()
 {
     m_controller->applicationWillTerminate();
     return !m_screenshotPath.isEmpty() && !m_screenshotTaken ? 1 : 0;
+}
+
+void ApplicationShell::watchTerminationSignals()
+{
+    const int signalPipe = TLTerminationSignals::install();
+    if (signalPipe < 0)
+        return;
+    auto *notifier = new QSocketNotifier(signalPipe, QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [this] {
+        const int signal = TLTerminationSignals::takeSignal();
+        if (signal == 0)
+            return;
+        TLLog::appendLog("Quitting on signal %@ (%@)", signal, strsignal(signal));
+        // A logout does not wait for questions: unsaved changes are not
+        // asked about, but running saves are let finish. Leaving the event
+        // loop lets finish() stamp the clean exit and drain the log.
+        m_quitting = true;
+        waitForSaves();
+        QCoreApplication::quit();
+    });
 }
 
 bool ApplicationShell::requestQuit()

@@ -60,7 +60,8 @@ public:
     // "--screenshot <png>". Unknown options are left for Qt and ignored.
     static Options parseArguments(const QStringList &arguments);
 
-    // Start-up: crash detection, the log and the defaults; the files of
+    // Start-up: crash detection, the log and the defaults; SIGTERM, SIGINT
+    // and SIGHUP made to leave the event loop as a quit does; the files of
     // `options` opened; the open panel unless a file was given (and again
     // after a second when no window is in front); the start window when no
     // document window opened.
@@ -117,6 +118,7 @@ private:
     void showStartWindow();
     void takeScreenshot(DocumentWindow *window);
     void waitForSaves();
+    void watchTerminationSignals();
 
     std::shared_ptr<QtMainThread> m_mainThread;
     std::unique_ptr<AppController> m_controller;

@@ -2,6 +2,7 @@
 // event loop.
 #include "AppIcons.h"
 #include "ApplicationShell.h"
+#include "TLFatalSignals.h"
 
 #include <QApplication>
 
@@ -13,6 +14,8 @@ int main(int argc, char **argv)
     QApplication::setOrganizationName(QStringLiteral("Quillmoor"));
     QApplication::setWindowIcon(AppIcons::application());
     QGuiApplication::setDesktopFileName(QStringLiteral("com.quillmoor.Corvale"));
+    // A crash leaves a report for the next start's crash detection.
+    TLFatalSignals::install();
 
     int exitCode = 0;
     {

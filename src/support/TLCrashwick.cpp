@@ -2,6 +2,7 @@
 // fresh crash report and the reporter's launch.
 #include "TLCrashwick.h"
 
+#include "TLAlert.h"
 #include "TLCaseFolding.h"
 #include "TLLocalPaths.h"
 #include "TLLog.h"
@@ -87,19 +88,38 @@ bool isReporterSwitchedOff()
     }
 }
 
-void openInReporter(const std::string &reportPath)
+std::optional<std::string> installedReporter()
 {
-    const auto workspace = TLWorkspace::shared();
     for (const std::string &candidate : TLCrashwick::reporterApplicationCandidates()) {
         std::error_code error;
-        if (fs::exists(candidate, error)) {
-            workspace->openFile(reportPath, candidate);
-            return;
-        }
+        if (fs::exists(candidate, error))
+            return candidate;
     }
-    // Without a copy beside the program the reporter is asked for by its
-    // identifier; the Linux workspace runs a program of that name from PATH.
-    workspace->openFile(reportPath, TLCrashwick::reporterBundleIdentifier);
+    // Without a copy beside the program the reporter is the program of that
+    // identifier on PATH, resolved here to an absolute path: a bare name
+    // handed on could be taken from the working folder.
+    return TLTaskEx::programOnPath(TLCrashwick::reporterBundleIdentifier);
+}
+
+// Nobody else will tell the user that a report exists, so the user is
+// told where to find it; the start does not wait for the answer.
+void showWhereTheReportIs(const std::string &appName, const std::string &reportPath)
+{
+    TLLog::appendLog("No crash reporter installed; the crash report is %@", reportPath);
+    TLAlert::alertSheetWithMessageText(TLCrashwick::unsentReportMessage(appName), std::nullopt,
+                                       std::nullopt, std::nullopt,
+                                       TLCrashwick::unsentReportInformativeText(reportPath),
+                                       nullptr, false);
+}
+
+void openInReporter(const std::string &appName, const std::string &reportPath)
+{
+    const std::optional<std::string> reporter = installedReporter();
+    if (!reporter) {
+        showWhereTheReportIs(appName, reportPath);
+        return;
+    }
+    TLWorkspace::shared()->openFile(reportPath, *reporter);
 }
 
 void tellDelegate(const TLCrashwick::Delegate &delegate, const std::string &reportPath)
@@ -169,7 +189,8 @@ std::optional<std::string> TLCrashwick::checkForCrashes(const std::optional<std:
     const auto exit = store->dateForKey(exitKey);
     if (exit && *exit >= *launch)
         return std::nullopt;
-    const std::string prefix = TLCaseFolding::foldedCase(appName.value_or(defaultApplicationName()) + "_");
+    const std::string name = appName.value_or(defaultApplicationName());
+    const std::string prefix = TLCaseFolding::foldedCase(name + "_");
     std::optional<std::string> report;
     for (const std::string &folder : crashReportFolders()) {
         const auto candidate = newestReportIn(folder, prefix);
@@ -187,7 +208,7 @@ std::optional<std::string> TLCrashwick::checkForCrashes(const std::optional<std:
         TLLog::appendLog("Crash reporter disabled");
         return report;
     }
-    openInReporter(*report);
+    openInReporter(name, *report);
     return report;
 }
 
@@ -204,6 +225,18 @@ void TLCrashwick::chownPlist(const std::string &path)
         TLTaskEx::runTask(chownProgram(), {user, path}, 5.0);
         return;
     }
+}
+
+std::string TLCrashwick::unsentReportMessage(const std::string &appName)
+{
+    return appName + " quit unexpectedly the last time it ran.";
+}
+
+std::string TLCrashwick::unsentReportInformativeText(const std::string &reportPath)
+{
+    return "A crash report was saved as:\n" + reportPath
+        + "\n\nNo crash reporter is installed to send it. Please attach this file when you report "
+          "the problem to Quillmoor.";
 }
 
 std::vector<std::string> TLCrashwick::crashReportFolders()

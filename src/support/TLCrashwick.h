@@ -31,7 +31,9 @@ public:
     using Delegate = std::function<void(const std::string &crashLogPath)>;
 
     // The identifier under which the reporter is started when no copy of it
-    // lies beside the program. On Linux it names a program found on PATH.
+    // lies beside the program. On Linux it names a program looked up in the
+    // absolute folders of PATH (TLTaskEx::programOnPath), never in the
+    // working folder.
     static constexpr const char *reporterBundleIdentifier = "com.quillmoor.Crashwick";
     // The switch in "com.quillmoor.global.plist" that keeps the reporter shut.
     static constexpr const char *disableCrashReporterKey = "disable-crash-reporter";
@@ -63,7 +65,9 @@ public:
     // crashed on last launch") and opened in the reporter unless
     // "disable-crash-reporter" in the shared preference file "global" is the
     // string "1" or true ("Crash reporter disabled" on standard error and in
-    // the log). Launch failures are not reported.
+    // the log). Launch failures are not reported. When no reporter is
+    // installed, the log and a non-waiting alert (unsentReportMessage,
+    // unsentReportInformativeText) tell the user where the report is.
     static std::optional<std::string> checkForCrashes(const std::optional<std::string> &appName = std::nullopt,
                                                       const std::optional<std::string> &plistPath = std::nullopt);
 
@@ -76,6 +80,10 @@ public:
     static void chownPlist(const std::string &path);
     // Runs `program` instead of chown (tests); nullopt restores chown.
     static void overrideChownProgram(std::optional<std::string> program);
+
+    // The alert's texts when a report is found and no reporter is installed.
+    static std::string unsentReportMessage(const std::string &appName);
+    static std::string unsentReportInformativeText(const std::string &reportPath);
 
     // The four crash-report folders in search order (a domain without a log
     // folder is left out).

@@ -1,14 +1,18 @@
-// Child processes started with posix_spawn, their pipes read with poll().
+// Child processes started with posix_spawn, each leading a process group of
+// its own, their pipes read with poll().
 #include "TLTaskEx.h"
 
 #include "TLLog.h"
 #include "TLMainThread.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -22,6 +26,9 @@
 extern char **environ;
 
 namespace {
+
+// Where a bare name is looked for when PATH is unset, as the C library does.
+constexpr const char *defaultSearchPath = "/usr/bin:/bin";
 
 // Closes a descriptor once; -1 means nothing is open.
 void closeDescriptor(int &descriptor)
@@ -138,9 +145,26 @@ void readUntilEnd(int &output, int &error, std::string &outputBuffer, std::strin
     }
 }
 
+bool isBareName(const std::string &path)
+{
+    return !path.empty() && path.find('/') == std::string::npos;
+}
+
+// The file a launch of `path` would run, resolved the one safe way: an
+// absolute path as it is, a bare name from PATH, a relative path never.
+std::optional<std::string> programForPath(const std::string &path)
+{
+    if (isBareName(path))
+        return TLTaskEx::programOnPath(path);
+    if (path.empty() || path.front() != '/')
+        return std::nullopt;
+    return path;
+}
+
 bool refuseUnrunnable(const std::string &path)
 {
-    if (TLTaskEx::isRunnable(path))
+    const std::optional<std::string> program = programForPath(path);
+    if (program && TLTaskEx::isRunnable(*program))
         return false;
     TLLog::appendLogAndPrint("Error: %@ is not executable", path);
     return true;
@@ -187,6 +211,13 @@ bool TLTaskEx::Task::launch(const Streams &streams, bool searchPath, std::string
         reason = "task already launched";
         return false;
     }
+    const bool bare = isBareName(m_launchPath);
+    const std::optional<std::string> program =
+        bare && !searchPath ? std::nullopt : programForPath(m_launchPath);
+    if (!program) {
+        reason = bare || m_launchPath.empty() ? std::strerror(ENOENT) : "a relative program path is not run";
+        return false;
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     const int targets[3] = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
@@ -206,10 +237,16 @@ bool TLTaskEx::Task::launch(const Streams &streams, bool searchPath, std::string
         envp.push_back(nullptr);
         environment = envp.data();
     }
+    // A group of its own lets a time-out end whatever the program started,
+    // such as a grandchild that keeps the output pipe open.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attributes, 0);
     pid_t pid = 0;
-    const int result = searchPath
-        ? ::posix_spawnp(&pid, m_launchPath.c_str(), &actions, nullptr, argv.data(), environment)
-        : ::posix_spawn(&pid, m_launchPath.c_str(), &actions, nullptr, argv.data(), environment);
+    const int result =
+        ::posix_spawn(&pid, program->c_str(), &actions, &attributes, argv.data(), environment);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (result != 0) {
         reason = std::strerror(result);
@@ -238,13 +275,36 @@ bool TLTaskEx::Task::isRunning() const
     return info.si_pid == 0;
 }
 
-void TLTaskEx::Task::terminate()
+bool TLTaskEx::Task::isProcessGroupRunning() const
 {
     const std::lock_guard lock(m_mutex);
     if (m_pid <= 0 || m_reaped)
+        return false;
+    // Signal 0 only asks whether someone is there to receive it.
+    return ::kill(-m_pid, 0) == 0 || ::kill(m_pid, 0) == 0;
+}
+
+void TLTaskEx::Task::terminate()
+{
+    sendSignal(SIGTERM);
+}
+
+void TLTaskEx::Task::kill()
+{
+    sendSignal(SIGKILL);
+}
+
+void TLTaskEx::Task::sendSignal(int signal)
+{
+    const std::lock_guard lock(m_mutex);
+    // Until the program is reaped its pid (a zombie's included) cannot be
+    // reused, so neither can its group's number: the signals reach no
+    // stranger. The program itself is signalled too, in case it left the
+    // group.
+    if (m_pid <= 0 || m_reaped)
         return;
-    // An ended but unreaped child is a zombie, to which the signal is harmless.
-    ::kill(m_pid, SIGTERM);
+    ::kill(-m_pid, signal);
+    ::kill(m_pid, signal);
 }
 
 int TLTaskEx::Task::waitUntilExit()
@@ -276,8 +336,32 @@ int TLTaskEx::Task::waitUntilExit()
 
 void TLTaskEx::Slot::set(std::shared_ptr<Task> task)
 {
+    Ending ending = Ending::none;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_task = task;
+        ending = m_ending;
+    }
+    // A time-out shorter than the launch has passed before the task exists.
+    endTask(task, ending);
+}
+
+void TLTaskEx::Slot::end(Ending ending)
+{
+    std::shared_ptr<Task> task;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_ending = std::max(m_ending, ending);
+        task = m_task;
+    }
+    endTask(task, ending);
+}
+
+void TLTaskEx::Slot::reset()
+{
     const std::lock_guard lock(m_mutex);
-    m_task = std::move(task);
+    m_task = nullptr;
+    m_ending = Ending::none;
 }
 
 std::shared_ptr<TLTaskEx::Task> TLTaskEx::Slot::get() const
@@ -318,18 +402,35 @@ TLTaskEx::~TLTaskEx()
 bool TLTaskEx::isRunnable(const std::string &path)
 {
     struct stat status{};
-    if (path.empty() || ::stat(path.c_str(), &status) != 0)
+    if (path.empty() || path.front() != '/' || ::stat(path.c_str(), &status) != 0)
         return false;
     return S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
+std::optional<std::string> TLTaskEx::programOnPath(const std::string &name)
+{
+    if (!isBareName(name))
+        return std::nullopt;
+    const char *variable = std::getenv("PATH");
+    std::istringstream folders(variable ? variable : defaultSearchPath);
+    std::string folder;
+    while (std::getline(folders, folder, ':')) {
+        if (folder.empty() || folder.front() != '/')
+            continue;
+        const std::string candidate = folder + "/" + name;
+        if (isRunnable(candidate))
+            return candidate;
+    }
+    return std::nullopt;
+}
+
 bool TLTaskEx::runTask(const std::string &path, const std::vector<std::string> &arguments, Slot *task)
 {
-    const bool absolute = !path.empty() && path.front() == '/';
-    if (absolute && refuseUnrunnable(path))
+    const bool bare = isBareName(path);
+    if (!bare && refuseUnrunnable(path))
         return false;
     std::string reason;
-    const std::shared_ptr<Task> launched = launchDiscarding(path, arguments, !absolute, reason);
+    const std::shared_ptr<Task> launched = launchDiscarding(path, arguments, bare, reason);
     if (!launched) {
         TLLog::appendLog("Exception running task %@: %@", path, reason);
         return false;
@@ -346,7 +447,7 @@ std::shared_ptr<TLTaskEx::Task> TLTaskEx::runTaskAndReturn(const std::string &pa
     if (refuseUnrunnable(path))
         return nullptr;
     std::string reason;
-    std::shared_ptr<Task> launched = launchDiscarding(path, arguments, false, reason);
+    std::shared_ptr<Task> launched = launchDiscarding(path, arguments, true, reason);
     if (!launched)
         TLLog::appendLogAndPrint("Exception running task %@: %@", path, reason);
     return launched;
@@ -394,7 +495,7 @@ std::optional<std::string> TLTaskEx::dataFromTask(const std::string &path,
     auto launched = std::make_shared<Task>(path, arguments, environment);
     std::string reason;
     const bool started = launched->launch(
-        {input.read, logOutput ? output.write : -1, logError ? error.write : nullDevice}, false,
+        {input.read, logOutput ? output.write : -1, logError ? error.write : nullDevice}, true,
         reason);
     closeDescriptor(nullDevice);
     if (!started) {
@@ -428,7 +529,7 @@ int TLTaskEx::terminationCodeFromTask(const std::string &path, const std::vector
     if (refuseUnrunnable(path))
         return -1;
     std::string reason;
-    const std::shared_ptr<Task> launched = launchDiscarding(path, arguments, false, reason);
+    const std::shared_ptr<Task> launched = launchDiscarding(path, arguments, true, reason);
     if (!launched) {
         TLLog::appendLogAndPrint("Exception running task %@: %@", path, reason);
         return -1;
@@ -450,16 +551,20 @@ int TLTaskEx::terminationCodeFromTask(const std::string &path, const std::vector
 template <typename Result, typename Run>
 Result TLTaskEx::runUnderTimeout(double timeout, Run &&run)
 {
+    // The slot is ready before the time-out thread starts: a time-out under
+    // a second wakes at once, possibly before the task is published, and
+    // the slot then ends the task as it arrives.
+    m_theTask->reset();
     setupTimeout(timeout);
-    m_theTask->set(nullptr);
     Result result = run(m_theTask.get());
-    m_theTask->set(nullptr);
-    // The time-out thread may still be asleep: it must not act on a later run.
+    // The time-out thread may still be asleep: it must not act on a later
+    // run, so it is cancelled before the slot is cleared.
     {
         const std::lock_guard lock(m_timeout->mutex);
         m_timeout->cancelled = true;
     }
     m_timeout->changed.notify_all();
+    m_theTask->reset();
     return result;
 }
 
@@ -495,27 +600,48 @@ void TLTaskEx::setupTimeout(double seconds)
     m_timeout = std::make_shared<TimeoutState>();
     // The thread owns what it needs, as the run may be long over when it wakes.
     std::thread([state = m_timeout, slot = m_theTask, wholeSeconds] {
-        std::unique_lock lock(state->mutex);
-        if (state->changed.wait_for(lock, std::chrono::seconds(wholeSeconds),
-                                    [&] { return state->cancelled; }))
+        const auto finishedWithin = [&](std::chrono::seconds wait) {
+            std::unique_lock lock(state->mutex);
+            return state->changed.wait_for(lock, wait, [&] { return state->cancelled; });
+        };
+        if (finishedWithin(std::chrono::seconds(wholeSeconds)))
             return;
-        lock.unlock();
-        TLMainThread::shared()->performAndWait([&] { timeoutTask(*slot); });
+        endUnlessFinished(*state, *slot, Slot::Ending::terminate);
+        if (finishedWithin(terminationGracePeriod))
+            return;
+        endUnlessFinished(*state, *slot, Slot::Ending::kill);
     }).detach();
+}
+
+void TLTaskEx::endUnlessFinished(TimeoutState &state, Slot &slot, Slot::Ending ending)
+{
+    TLMainThread::shared()->performAndWait([&] {
+        // Checked under the lock the run takes to cancel, so that a run that
+        // has just finished is never ended, nor the next run of the runner.
+        const std::lock_guard lock(state.mutex);
+        if (!state.cancelled)
+            slot.end(ending);
+    });
 }
 
 void TLTaskEx::timeout()
 {
-    timeoutTask(*m_theTask);
+    m_theTask->end(Slot::Ending::terminate);
 }
 
-void TLTaskEx::timeoutTask(const Slot &slot)
+void TLTaskEx::endTask(const std::shared_ptr<Task> &task, Slot::Ending ending)
 {
-    const std::shared_ptr<Task> task = slot.get();
-    if (!task || !task->isRunning())
+    if (!task || ending == Slot::Ending::none)
         return;
-    TLLog::appendLogAndPrint("Task %@ timed out. Terminating...", task->launchPath());
-    task->terminate();
+    if (!task->isRunning() && !task->isProcessGroupRunning())
+        return;
+    if (ending == Slot::Ending::terminate) {
+        TLLog::appendLogAndPrint("Task %@ timed out. Terminating...", task->launchPath());
+        task->terminate();
+        return;
+    }
+    TLLog::appendLogAndPrint("Task %@ did not end. Killing...", task->launchPath());
+    task->kill();
 }
 
 // ---- Asynchronous output ----------------------------------------------------
@@ -588,7 +714,8 @@ void TLTaskEx::launchAsyncTask(std::shared_ptr<AsyncState> state, TLTaskEx *runn
             TLLog::appendLogAndPrint("Unable to launch async task - no task set");
             return;
         }
-        if (!isRunnable(task->launchPath())) {
+        const std::optional<std::string> program = programForPath(task->launchPath());
+        if (!program || !isRunnable(*program)) {
             TLLog::appendLog("Unable to launch async task - task does not exist or is not executable");
             return;
         }
@@ -596,7 +723,7 @@ void TLTaskEx::launchAsyncTask(std::shared_ptr<AsyncState> state, TLTaskEx *runn
         int nullDevice = openNullDevice();
         std::string reason;
         const bool started = output.open()
-            && task->launch({nullDevice, output.write, nullDevice}, false, reason);
+            && task->launch({nullDevice, output.write, nullDevice}, true, reason);
         closeDescriptor(nullDevice);
         closeDescriptor(output.write);
         if (!started)

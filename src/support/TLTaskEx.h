@@ -3,6 +3,7 @@
 #pragma once
 
 #include <any>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -15,7 +16,11 @@
 #include <sys/types.h>
 
 // The only way the system starts a child process. Programs are started from
-// an argument vector, never through a shell. Every failure is logged through
+// an argument vector, never through a shell. A program is named by an
+// absolute path or by a bare name looked up in the absolute folders of PATH;
+// the working folder is never searched, and a relative path is never run.
+// Each child leads a process group of its own, so that ending it ends
+// whatever it started too. Every failure is logged through
 // TLLog and turned into the form's failure value (false, nullopt, "" or -1);
 // nothing here throws. A program's own exit status is not a failure, except
 // for the exit-status forms, which return it.
@@ -54,9 +59,11 @@ public:
         Task(const Task &) = delete;
         Task &operator=(const Task &) = delete;
 
-        // Starts the program once. `searchPath` looks a bare name up on PATH.
-        // False with the system's reason in `reason` when it cannot start
-        // (missing file, not executable, already launched).
+        // Starts the program once, as the leader of a new process group.
+        // `searchPath` looks a bare name up with programOnPath; a relative
+        // path is refused. False with the reason in `reason` when it cannot
+        // start (relative path, missing file, not executable, already
+        // launched).
         bool launch(const Streams &streams, bool searchPath, std::string &reason);
 
         const std::string &launchPath() const { return m_launchPath; }
@@ -64,13 +71,22 @@ public:
         pid_t processIdentifier() const;
         // True from the launch until the program has ended.
         bool isRunning() const;
-        // Sends the terminate request (SIGTERM); does nothing unless running.
+        // True while the program or anything left in its process group may
+        // still run: from the launch until the program has been reaped and
+        // its group is empty.
+        bool isProcessGroupRunning() const;
+        // Sends the terminate request (SIGTERM) to the program and its
+        // process group; does nothing once the program has been reaped.
         void terminate();
+        // The same with SIGKILL, which cannot be ignored.
+        void kill();
         // Blocks until the program ends and returns its exit status, or the
         // number of the signal that ended it; -1 if it was never launched.
         int waitUntilExit();
 
     private:
+        void sendSignal(int signal);
+
         std::string m_launchPath;
         std::vector<std::string> m_arguments;
         std::optional<Environment> m_environment;
@@ -85,13 +101,29 @@ public:
     class Slot
     {
     public:
+        // Publishes `task`. When the run's time-out has already passed, the
+        // task is ended at once, as the time-out would have ended it.
         void set(std::shared_ptr<Task> task);
         std::shared_ptr<Task> get() const;
 
     private:
+        friend class TLTaskEx;
+        // How far the ending of a timed-out run has gone.
+        enum class Ending { none, terminate, kill };
+
+        // Records `ending` and applies it to the published task, if any.
+        void end(Ending ending);
+        // Forgets the task and the ending, for the next run.
+        void reset();
+
         mutable std::mutex m_mutex;
         std::shared_ptr<Task> m_task;
+        Ending m_ending = Ending::none;
     };
+
+    // How long a timed-out program has to end after the terminate request
+    // before it is killed.
+    static constexpr std::chrono::seconds terminationGracePeriod{2};
 
     // Receives each chunk of asynchronous output, in arrival order, then one
     // empty chunk at the end; `object` is the value given at the start
@@ -106,19 +138,28 @@ public:
     TLTaskEx(const TLTaskEx &) = delete;
     TLTaskEx &operator=(const TLTaskEx &) = delete;
 
-    // True for an existing executable file that is not a folder (so an
-    // application bundle is refused). False for an empty path.
+    // True for an absolute path to an existing executable file that is not
+    // a folder (so an application bundle is refused). False for an empty or
+    // relative path, which would be resolved against the working folder.
     static bool isRunnable(const std::string &path);
+    // The first runnable file called `name` in the folders of PATH (or of
+    // "/usr/bin:/bin" when PATH is unset). Empty and relative entries,
+    // which stand for the working folder, are skipped. nullopt for an empty
+    // name, a name holding "/", or no match.
+    static std::optional<std::string> programOnPath(const std::string &name);
 
     // Runs the program with output and errors discarded and waits for it.
     // True when it ran to its end (whatever its exit status, also when it
-    // was terminated). An absolute path must pass isRunnable ("Error: %@ is
-    // not executable"); a bare name is looked up on PATH untested, and a
-    // failing launch is logged as "Exception running task %@: %@".
+    // was terminated). An absolute path must pass isRunnable and a relative
+    // path is refused ("Error: %@ is not executable"); a bare name is looked
+    // up with programOnPath, and a failing launch (a name not found
+    // included) is logged as "Exception running task %@: %@".
     static bool runTask(const std::string &path, const std::vector<std::string> &arguments,
                         Slot *task = nullptr);
     // Launches with output and errors discarded and returns at once; null
     // (after logging) when the path is not runnable or will not launch.
+    // Here and below a bare name is taken from programOnPath before the
+    // runnability test, and a relative path is never runnable.
     static std::shared_ptr<Task> runTaskAndReturn(const std::string &path,
                                                   const std::vector<std::string> &arguments);
     // runTask under a time-out of `timeout` seconds (whole seconds).
@@ -165,8 +206,11 @@ public:
 
     // Instance forms with a time-out: a separate thread sleeps the whole
     // seconds of `timeout` (0.9 becomes 0) and then, on the main thread,
-    // terminates the program if it still runs ("Task %@ timed out.
-    // Terminating..."). Results as the class-level forms.
+    // terminates the program and its process group if any of it still runs
+    // ("Task %@ timed out. Terminating..."), also when the program is
+    // published only after that moment. What still runs after
+    // terminationGracePeriod is killed ("Task %@ did not end. Killing...").
+    // Results as the class-level forms.
     bool runTaskWithTimeout(const std::string &path, const std::vector<std::string> &arguments,
                             double timeout);
     std::optional<std::string> dataFromTaskWithTimeout(const std::string &path,
@@ -196,9 +240,11 @@ public:
     std::shared_ptr<Task> theTask() const { return m_theTask->get(); }
 
     // The time-out machinery: starts the thread that sleeps and then calls
-    // timeout() on the main thread unless the run was finished first.
+    // timeout() on the main thread unless the run was finished first, and
+    // kills what is left after the grace period.
     void setupTimeout(double seconds);
-    // Terminates theTask() if it is still running, with a log line.
+    // Terminates theTask() and its group if they still run, with a log line;
+    // a task published later in the same run is terminated as it comes.
     void timeout();
 
 private:
@@ -208,7 +254,8 @@ private:
     template <typename Result, typename Run>
     Result runUnderTimeout(double timeout, Run &&run);
     static void launchAsyncTask(std::shared_ptr<AsyncState> state, TLTaskEx *runner);
-    static void timeoutTask(const Slot &slot);
+    static void endTask(const std::shared_ptr<Task> &task, Slot::Ending ending);
+    static void endUnlessFinished(TimeoutState &state, Slot &slot, Slot::Ending ending);
     static void stopAsync(AsyncState &state);
     static void deliverAsyncData(AsyncState &state, TLTaskEx *runner, const std::string &data);
 

@@ -2,11 +2,14 @@
 #include "TLCrashwick.h"
 
 #include "FakeWorkspace.h"
+#include "RecordingAlertPresenter.h"
+#include "TLAlert.h"
 #include "TLUserDefaults.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <future>
 #include <sys/stat.h>
 
@@ -25,10 +28,14 @@ protected:
         m_folders = TLCrashwick::crashReportFolders();
         ASSERT_EQ(m_folders.size(), 4u);
         TLCrashwick::overrideProgramFolder(m_program.path().string());
+        // The reporter is installed on PATH unless a test says otherwise.
+        ::setenv("PATH", ("/usr/bin:/bin:" + m_programs.path().string()).c_str(), 1);
     }
 
     void TearDown() override
     {
+        ::setenv("PATH", m_path.c_str(), 1);
+        TLAlert::setPresenter(nullptr);
         for (const auto &folder : m_folders)
             fs::remove_all(folder);
         (void)TLUserDefaults::forDomain("global")->removeObjectForKey(TLCrashwick::disableCrashReporterKey);
@@ -46,6 +53,15 @@ protected:
         }
     }
 
+    // An executable file called like the reporter in `folder`.
+    static std::string installReporter(const test::TemporaryFolder &folder)
+    {
+        const std::string reporter = folder.file(TLCrashwick::reporterBundleIdentifier);
+        test::writeFile(reporter, "#!/bin/sh\n");
+        ::chmod(reporter.c_str(), 0755);
+        return reporter;
+    }
+
     // A crash report in the folder of `order` (0 to 3) written at `written`.
     std::string report(std::size_t order, const std::string &name, Clock::time_point written)
     {
@@ -61,6 +77,9 @@ protected:
     test::TemporaryFolder m_temporary;
     std::string m_stamps = m_temporary.file("stamps.plist");
     Clock::time_point m_launch = Clock::now() - std::chrono::hours(1);
+    std::string m_path = std::getenv("PATH") ? std::getenv("PATH") : "";
+    test::TemporaryFolder m_programs;
+    std::string m_reporter = installReporter(m_programs);
 };
 
 } // namespace
@@ -89,7 +108,28 @@ TEST_F(TLCrashwickTest, FreshReportIsFoundByPrefixInAnyCaseAndOpenedInTheReporte
     const auto requests = m_workspace->requests();
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].kind, "openFileWithApplication");
-    EXPECT_EQ(requests[0].values, (std::vector<std::string>{expected, "com.quillmoor.Crashwick"}));
+    EXPECT_EQ(requests[0].values, (std::vector<std::string>{expected, m_reporter}));
+}
+
+TEST_F(TLCrashwickTest, ReporterIsNeverTakenFromTheWorkingFolderAndTheUserIsToldWhereTheReportIs)
+{
+    const test::TemporaryFolder working;
+    installReporter(working);
+    const fs::path before = fs::current_path();
+    fs::current_path(working.path());
+    ::setenv("PATH", ":.:/usr/bin:/bin", 1);
+    const auto alerts = std::make_shared<test::RecordingAlertPresenter>();
+    TLAlert::setPresenter(alerts);
+    stampLastRun(m_launch);
+    const auto crash = report(0, "Corvale_a.crash", Clock::now());
+
+    const std::string log = test::logOf([&] { EXPECT_EQ(TLCrashwick::checkForCrashes("Corvale", m_stamps), crash); });
+    fs::current_path(before);
+    EXPECT_TRUE(m_workspace->requests().empty());
+    EXPECT_NE(log.find("No crash reporter installed; the crash report is " + crash), std::string::npos);
+    ASSERT_EQ(alerts->alerts().size(), 1u);
+    EXPECT_EQ(alerts->alerts()[0].message, TLCrashwick::unsentReportMessage("Corvale"));
+    EXPECT_NE(alerts->alerts()[0].informativeText.find(crash), std::string::npos);
 }
 
 TEST_F(TLCrashwickTest, StaleReportsAreIgnoredAndFoldersSearchedInOrder)

@@ -7,11 +7,16 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using test::logOf;
 
@@ -24,6 +29,37 @@ const std::string shell = "/bin/sh";
 double secondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Runs the rest of a test from `folder` with `path` as PATH; both are put
+// back at the end.
+class WorkingFolderAndPath
+{
+public:
+    WorkingFolderAndPath(const fs::path &folder, const std::string &path)
+        : m_folder(fs::current_path()), m_path(std::getenv("PATH") ? std::getenv("PATH") : "")
+    {
+        fs::current_path(folder);
+        ::setenv("PATH", path.c_str(), 1);
+    }
+    ~WorkingFolderAndPath()
+    {
+        fs::current_path(m_folder);
+        ::setenv("PATH", m_path.c_str(), 1);
+    }
+    WorkingFolderAndPath(const WorkingFolderAndPath &) = delete;
+    WorkingFolderAndPath &operator=(const WorkingFolderAndPath &) = delete;
+
+private:
+    fs::path m_folder;
+    std::string m_path;
+};
+
+// A program at `path` that leaves its name in `record` when it runs.
+void writeRecordingProgram(const std::string &path, const std::string &record)
+{
+    test::writeFile(path, "#!/bin/sh\necho \"$0\" >> '" + record + "'\n");
+    ::chmod(path.c_str(), 0755);
 }
 
 } // namespace
@@ -86,6 +122,38 @@ TEST(TLTaskExTest, BareNamesLaunchFromPathAndFailuresAreLogged)
     EXPECT_NE(log.find("Exception running task no-such-program-xyz: "), std::string::npos);
 }
 
+TEST(TLTaskExTest, ProgramsAreNeverTakenFromTheWorkingFolder)
+{
+    const test::TemporaryFolder folder;
+    const std::string record = folder.file("ran");
+    fs::create_directory(folder.file("bin"));
+    for (const char *name : {"probe-xyz", "com.quillmoor.Crashwick", "bin/probe-xyz"})
+        writeRecordingProgram(folder.file(name), record);
+    // Empty and relative entries would mean the working folder.
+    const WorkingFolderAndPath inFolder(folder.path(), ":.:bin:/usr/bin:/bin:");
+
+    using Form = std::function<bool(const std::string &)>;
+    const std::vector<std::pair<const char *, Form>> forms = {
+        {"runTask", [](const std::string &name) { return TLTaskEx::runTask(name, {}); }},
+        {"runTaskAndReturn", [](const std::string &name) { return TLTaskEx::runTaskAndReturn(name, {}) != nullptr; }},
+        {"dataFromTask", [](const std::string &name) { return TLTaskEx::dataFromTask(name, {}).has_value(); }},
+        {"terminationCode", [](const std::string &name) { return TLTaskEx::terminationCodeFromTask(name, {}) != -1; }},
+        {"timeout", [](const std::string &name) { return TLTaskEx::runTask(name, {}, 5.0); }},
+    };
+    for (const auto &[form, run] : forms) {
+        for (const char *name : {"probe-xyz", "./probe-xyz", "com.quillmoor.Crashwick", "bin/probe-xyz"})
+            EXPECT_FALSE(run(name)) << form << " " << name;
+    }
+    EXPECT_FALSE(fs::exists(record)) << test::readFile(record);
+    EXPECT_EQ(TLTaskEx::programOnPath("probe-xyz"), std::nullopt);
+    // The asynchronous form's own test before its launch.
+    EXPECT_FALSE(TLTaskEx::isRunnable("probe-xyz"));
+    // Bare names on the absolute folders of PATH still run, in every form.
+    EXPECT_EQ(TLTaskEx::programOnPath("sh").value_or("").front(), '/');
+    EXPECT_EQ(TLTaskEx::stringFromTask("echo", {"found"}), "found\n");
+    EXPECT_EQ(TLTaskEx::terminationCodeFromTask("sh", {"-c", "exit 3"}), 3);
+}
+
 TEST(TLTaskExTest, ExitStatusAndTaskSlot)
 {
     EXPECT_EQ(TLTaskEx::terminationCodeFromTask(shell, {"-c", "exit 7"}), 7);
@@ -121,6 +189,31 @@ TEST(TLTaskExTest, TimeOutTerminatesAProgramThatRunsTooLong)
     // A program that ends in time is left alone and keeps its result.
     EXPECT_EQ(TLTaskEx::stringFromTask(shell, {"-c", "echo quick"}, 1.9), "quick\n");
     EXPECT_TRUE(TLTaskEx::runTask(shell, {"-c", "exit 0"}, 1.0));
+}
+
+TEST(TLTaskExTest, TimeOutEndsTheWholeProcessGroupPromptly)
+{
+    struct Case {
+        const char *name;
+        double timeout;
+        const char *script;
+    };
+    // Each would run for 30 seconds; generous bounds only tell "ended by the
+    // time-out" from "ran to its end".
+    const std::vector<Case> cases = {
+        {"under a second", 0.2, "sleep 30"},
+        {"a grandchild holds the output pipe", 1.0, "sleep 30 & sleep 30"},
+        {"the program ignores the terminate request", 1.0, "trap '' TERM; sleep 30"},
+    };
+    for (const Case &testCase : cases) {
+        const auto start = std::chrono::steady_clock::now();
+        const auto output = TLTaskEx::dataFromTask(shell, {"-c", testCase.script}, testCase.timeout);
+        EXPECT_EQ(output, std::string()) << testCase.name;
+        EXPECT_LT(secondsSince(start), 20.0) << testCase.name;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(TLTaskEx::terminationCodeFromTask(shell, {"-c", "trap '' TERM; sleep 30"}, 1.0), SIGKILL);
+    EXPECT_LT(secondsSince(start), 20.0);
 }
 
 TEST(TLTaskExTest, AsynchronousOutputArrivesInOrderThenOneEmptyChunk)
