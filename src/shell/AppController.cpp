@@ -201,7 +201,16 @@ void AppController::helpTLHome()
 
 void AppController::checkForUpdates()
 {
-    m_softwareUpdate.manualUpdateCheck();
+    const TLUpdateCheck check = m_softwareUpdate.manualUpdateCheck();
+    if (check.updaterLaunched)
+        return;
+    // Without an updater the user learns where updates come from instead of
+    // seeing nothing happen, and may open the download page from the alert.
+    const int answer = TLAlert::alertSheetWithMessageText(check.messageText, TLUpdateCheck::openDownloadPageTitle,
+                                                          std::string("OK"), std::nullopt, check.informativeText,
+                                                          nullptr, true);
+    if (answer == 1)
+        openURL(check.downloadURL);
 }
 
 void AppController::viewLog()

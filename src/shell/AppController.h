@@ -161,7 +161,10 @@ public:
     // there is no such Library.
     static std::optional<std::string> userManualPath();
 
-    // The interactive update check (the updater application itself).
+    // The interactive update check (the updater application itself). When
+    // no updater starts, an alert says where updates come from
+    // (TLSoftwareUpdate::whereUpdatesComeFrom); its default button opens the
+    // download page in the browser.
     void checkForUpdates();
 
     // Troubleshooting: open the current log or task log of "Corvale", or

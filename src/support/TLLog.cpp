@@ -16,6 +16,8 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -178,6 +180,68 @@ std::string executableName(const std::string &path)
     return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
+// Every missing folder on the way is made 0755 whatever the umask: the
+// machine-wide log is read by administrators and support tools that do not
+// run as root.
+bool createReadableFolders(const std::filesystem::path &folder)
+{
+    std::filesystem::path partial;
+    for (const auto &component : folder) {
+        partial /= component;
+        if (::mkdir(partial.c_str(), 0755) == 0)
+            ::chmod(partial.c_str(), 0755);
+        else if (errno != EEXIST)
+            return false;
+    }
+    std::error_code error;
+    return std::filesystem::is_directory(folder, error);
+}
+
+bool createLogFolder(const std::string &folder, bool machineWide)
+{
+    std::error_code error;
+    if (std::filesystem::is_directory(folder, error))
+        return true;
+    if (machineWide)
+        return createReadableFolders(folder);
+    std::filesystem::create_directories(folder, error);
+    return !error && std::filesystem::is_directory(folder, error);
+}
+
+// Several processes share one log (the command line may run many times at
+// once): rotating and starting a file happen under an exclusive lock on the
+// log folder, so that no process replaces a file another has just begun.
+class FolderLock
+{
+public:
+    explicit FolderLock(const std::string &folder)
+        : m_descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        if (m_descriptor < 0)
+            return;
+        while (::flock(m_descriptor, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    ~FolderLock()
+    {
+        if (m_descriptor >= 0)
+            ::close(m_descriptor);
+    }
+    FolderLock(const FolderLock &) = delete;
+    FolderLock &operator=(const FolderLock &) = delete;
+
+private:
+    int m_descriptor;
+};
+
+std::optional<struct stat> statusOf(const std::string &path)
+{
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return status;
+}
+
 [[noreturn]] void logUncaughtException()
 {
     if (const auto exception = std::current_exception()) {
@@ -282,7 +346,7 @@ void TLLog::overrideExecutablePath(const std::optional<std::string> &path)
     m_executablePath = path;
 }
 
-std::optional<std::string> TLLog::logFolder()
+std::optional<std::string> TLLog::userLogFolder()
 {
     const auto library = TLLocalPaths::libraryDirectory(true);
     if (!library)
@@ -290,19 +354,35 @@ std::optional<std::string> TLLog::logFolder()
     return *library + "/Logs/Quillmoor";
 }
 
+std::string TLLog::machineWideLogFolder()
+{
+    // Moved under CORVALE_LOCAL_ROOT like every machine-wide folder, so that
+    // a test run never writes to the real /var/log.
+    const char *root = std::getenv("CORVALE_LOCAL_ROOT");
+    std::string prefix = root ? root : "";
+    while (!prefix.empty() && prefix.back() == '/')
+        prefix.pop_back();
+    return prefix + "/var/log/quillmoor";
+}
+
+std::optional<std::string> TLLog::logFolder()
+{
+    if (TLLocalPaths::userId() == 0)
+        return machineWideLogFolder();
+    return userLogFolder();
+}
+
 std::optional<std::string> TLLog::currentLogPath()
 {
-    const std::string name = sharedController().appName();
-    if (TLLocalPaths::userId() == 0) {
-        const auto library = TLLocalPaths::libraryDirectory(false);
-        if (!library)
-            return std::nullopt;
-        return TLFormat::stringWithFormat("%@/Logs/Quillmoor/%@.1.log", *library, name);
-    }
     const auto folder = logFolder();
     if (!folder)
         return std::nullopt;
-    return TLFormat::stringWithFormat("%@/%@.1.log", *folder, name);
+    return TLFormat::stringWithFormat("%@/%@.1.log", *folder, sharedController().appName());
+}
+
+std::string TLLog::commandLineLogName(std::string_view name)
+{
+    return std::string(name) + " CLI";
 }
 
 std::vector<std::string> TLLog::availableLogs()
@@ -313,10 +393,12 @@ std::vector<std::string> TLLog::availableLogs()
     const std::string name = sharedController().appName();
     std::vector<std::string> logs;
     std::error_code error;
-    for (long generation = 1; generation <= 5; ++generation) {
-        auto path = *folder + TLFormat::stringWithFormat("/%@.%li.log", name, generation);
-        if (std::filesystem::exists(path, error))
-            logs.push_back(std::move(path));
+    for (const std::string &stem : {name, commandLineLogName(name)}) {
+        for (long generation = 1; generation <= 5; ++generation) {
+            auto path = *folder + TLFormat::stringWithFormat("/%@.%li.log", stem, generation);
+            if (std::filesystem::exists(path, error))
+                logs.push_back(std::move(path));
+        }
     }
     return logs;
 }
@@ -341,54 +423,80 @@ void TLLog::closeFileHandle()
 
 void TLLog::createNewLog(const std::optional<std::string> &name, bool noPrinting)
 {
-    TLLog &log = sharedController();
-    log.m_noPrinting = noPrinting;
-    if (log.m_loggingDisabled)
+    sharedController().startLog(name, noPrinting, Start::fresh);
+}
+
+void TLLog::continueLog(const std::optional<std::string> &name, bool noPrinting)
+{
+    sharedController().startLog(name, noPrinting, Start::continued);
+}
+
+void TLLog::startLog(const std::optional<std::string> &name, bool noPrinting, Start how)
+{
+    m_noPrinting = noPrinting;
+    if (m_loggingDisabled)
         return;
-    log.closeFileHandle();
+    closeFileHandle();
     if (isLoggingSwitchedOff()) {
-        log.report("Logging is disabled\n");
-        log.m_loggingDisabled = true;
+        report("Logging is disabled\n");
+        m_loggingDisabled = true;
         return;
     }
     // A derived name always wins: the file is named after the executable.
-    if (name && log.appName().empty())
-        log.setAppName(name);
-    log.m_bytesWritten = 0;
-    if (log.appName().empty())
-        log.setAppName("Unknown");
-    if (log.startFreshFile())
-        log.writeHeader();
+    if (name && appName().empty())
+        setAppName(name);
+    m_bytesWritten = 0;
+    if (appName().empty())
+        setAppName("Unknown");
+    (void)openLog(how, std::nullopt);
 }
 
-bool TLLog::startFreshFile()
+bool TLLog::openLog(Start how, const std::optional<FileIdentity> &filled)
 {
     const auto folder = logFolder();
-    const auto current = currentLogPath();
-    std::error_code error;
-    if (!folder || !std::filesystem::exists(*folder, error)) {
-        if (folder)
-            std::filesystem::create_directories(*folder, error);
-        if (!folder || error) {
-            report(TLFormat::stringWithFormat("Unable to create folder %s.\n", folder));
-            return false;
-        }
-    }
-    if (!current)
-        return false;
-    if (std::filesystem::exists(*current, error) && !rotateGenerations(*folder))
-        return false;
-    if (const auto failure = TLAtomicFile::writeContents(*current, ""); !failure.empty()) {
-        report(TLFormat::stringWithFormat("Unable to create log file %s - %s\n", *current, failure));
+    if (!folder || !createLogFolder(*folder, TLLocalPaths::userId() == 0)) {
+        report(TLFormat::stringWithFormat("Unable to create folder %s.\n", folder));
         return false;
     }
-    const int handle = ::open(current->c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    const std::string current = *currentLogPath();
+    const FolderLock lock(*folder);
+    const auto existing = statusOf(current);
+    if (existing && how == Start::continued && std::uint64_t(existing->st_size) < rotationSize)
+        return installFile(current, headerLines());
+    // Another process filled the same file and has rotated it already.
+    if (existing && how == Start::afterTruncation && filled
+        && *filled != FileIdentity{existing->st_dev, existing->st_ino})
+        return installFile(current, {});
+    if (existing && !rotateGenerations(*folder))
+        return false;
+    if (const auto failure = TLAtomicFile::writeContents(current, ""); !failure.empty()) {
+        report(TLFormat::stringWithFormat("Unable to create log file %s - %s\n", current, failure));
+        return false;
+    }
+    auto header = headerLines();
+    if (how == Start::afterTruncation)
+        header.push_back("Log truncated at 500KB");
+    return installFile(current, header);
+}
+
+bool TLLog::installFile(const std::string &path, const std::vector<std::string> &header)
+{
+    const int handle = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (handle < 0)
         return false;
+    struct stat status {};
+    ::fstat(handle, &status);
+    // The header is written here, under the file's lock, rather than queued:
+    // lines already waiting in the queue must land after it, not before.
     std::lock_guard lock(m_fileMutex);
     if (m_fileHandle >= 0)
         ::close(m_fileHandle);
     m_fileHandle = handle;
+    m_bytesWritten = std::uint64_t(status.st_size);
+    for (const std::string &line : header) {
+        if (!writeStampedLocked(line))
+            break;
+    }
     return true;
 }
 
@@ -414,17 +522,18 @@ bool TLLog::rotateGenerations(const std::string &folder)
     return true;
 }
 
-void TLLog::writeHeader()
+std::vector<std::string> TLLog::headerLines() const
 {
-    fastAppendLog("Log started: %@\n", dateDescription());
+    std::vector<std::string> lines{TLFormat::stringWithFormat("Log started: %@", dateDescription())};
 #ifdef CORVALE_VERSION
-    fastAppendLog("Version: %@\n", CORVALE_VERSION);
+    lines.push_back(TLFormat::stringWithFormat("Version: %@", CORVALE_VERSION));
 #endif
     if (const auto path = executablePath())
-        fastAppendLog("Path: %@\n", *path);
-    appendLog("System: %@, %li CPU(s), %0.2f GB RAM\n", systemDescription(),
-              sysconf(_SC_NPROCESSORS_CONF), physicalMemoryInGigabytes());
-    fastAppendLog("Running in 64-bit mode\n");
+        lines.push_back(std::string(trimmed(TLFormat::stringWithFormat("Path: %@", *path))));
+    lines.push_back(TLFormat::stringWithFormat("System: %@, %li CPU(s), %0.2f GB RAM", systemDescription(),
+                                               sysconf(_SC_NPROCESSORS_CONF), physicalMemoryInGigabytes()));
+    lines.push_back("Running in 64-bit mode");
+    return lines;
 }
 
 // ---- Appending
@@ -634,7 +743,7 @@ void TLLog::appendLogOnThread(const std::string &text)
 
 void TLLog::writeLine(const std::string &text)
 {
-    const std::string line = TLFormat::stringWithFormat("%@ - %@\n", dateDescription(), text);
+    FileIdentity filled;
     {
         std::lock_guard lock(m_fileMutex);
         if (m_fileHandle < 0) {
@@ -648,18 +757,29 @@ void TLLog::writeLine(const std::string &text)
             }
             return;
         }
-        if (!TLAtomicFile::writeAll(m_fileHandle, line)) {
+        if (!writeStampedLocked(text)) {
             const int error = errno;
             // The next line opens the file again, in case it was replaced.
             ::close(m_fileHandle);
             m_fileHandle = -1;
             throw std::runtime_error(std::strerror(error));
         }
+        if (m_bytesWritten < rotationSize)
+            return;
+        struct stat status {};
+        ::fstat(m_fileHandle, &status);
+        filled = {status.st_dev, status.st_ino};
     }
+    (void)openLog(Start::afterTruncation, filled);
+}
+
+bool TLLog::writeStampedLocked(const std::string &text)
+{
+    // One write() per line on a file opened for appending: lines of other
+    // processes sharing the file land between ours, never inside them.
+    const std::string line = TLFormat::stringWithFormat("%@ - %@\n", dateDescription(), text);
+    if (!TLAtomicFile::writeAll(m_fileHandle, line))
+        return false;
     m_bytesWritten += line.size();
-    if (m_bytesWritten < rotationSize)
-        return;
-    finishWriting();
-    createNewLog(appName());
-    appendLog("Log truncated at 500KB");
+    return true;
 }

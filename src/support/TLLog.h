@@ -13,13 +13,16 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 // The process-wide log. Lines are stamped "2024-03-05 14:07:09 +0000 - text"
 // and written, in the order queued, by one writer thread; the file lives in
-// libraryDirectory(user) + "/Logs/Quillmoor" as "<name>.1.log" (older
-// generations ".2.log" to ".5.log"). The log reports its own failures only on
+// logFolder() as "<name>.1.log" (older generations ".2.log" to ".5.log").
+// Each line is one append to the file, so processes sharing it (runs of the
+// command line) never split each other's lines. The log reports its own failures only on
 // standard output, and only while noPrinting is clear; nothing here throws.
 //
 // Every append does nothing for a null format (a default std::string_view)
@@ -49,6 +52,12 @@ public:
     // leaves logging on. `noPrinting` silences the log's own messages.
     static void createNewLog(const std::optional<std::string> &name = std::nullopt,
                              bool noPrinting = false);
+    // createNewLog for a program of which several may run at once (the
+    // command line): the header goes at the end of the current file, which
+    // is created when missing and rotated first only once it has reached
+    // 5,000,000 bytes, so that one run never pushes another's lines out.
+    static void continueLog(const std::optional<std::string> &name = std::nullopt,
+                            bool noPrinting = false);
 
     // Formats one line and queues it. A background caller with a short
     // message (1 to 99 characters, with at most 99 characters queued) waits
@@ -103,9 +112,14 @@ public:
     // once on the writer thread itself, which cannot wait for its own queue.
     static void finishWriting();
 
-    // Paths of the generations 1 to 5 that exist, oldest last; empty when
-    // the log folder is unknown.
+    // Paths of the generations 1 to 5 that exist, oldest last, then those of
+    // the command line's log (commandLineLogName); empty when the log folder
+    // is unknown.
     static std::vector<std::string> availableLogs();
+    // The name the command line's log goes by beside the log `name` of the
+    // desktop program: "<name> CLI" ("Corvale CLI.1.log"), so that the
+    // support tools, which look for the program's name, find it too.
+    static std::string commandLineLogName(std::string_view name);
 
     // The text made safe to use as a format: "% ", "%.", "%!", "%,", "%-",
     // "%;", "%:" and "%+" get their percent sign doubled, then "%%%" becomes
@@ -126,12 +140,17 @@ public:
     // willTerminate); finishWriting and willTerminate resume the queue.
     static void setWritingSuspended(bool suspended);
 
-    // The folder of the generations: libraryDirectory(true) +
-    // "/Logs/Quillmoor"; nullopt when the Library is unknown.
+    // The folder of the generations: userLogFolder(), but as root (uid 0)
+    // machineWideLogFolder(); nullopt when the Library is unknown. Created
+    // (with the folders above it) by createNewLog and continueLog; the
+    // machine-wide one with mode 0755 whatever the umask.
     static std::optional<std::string> logFolder();
-    // The current log: logFolder() + "/<appName>.1.log", but as root (uid 0)
-    // libraryDirectory(false) + "/Logs/Quillmoor/<appName>.1.log", while
-    // rotation and folder creation still act on logFolder().
+    // libraryDirectory(true) + "/Logs/Quillmoor"; nullopt when the Library is
+    // unknown.
+    static std::optional<std::string> userLogFolder();
+    // "/var/log/quillmoor", under $CORVALE_LOCAL_ROOT when that is set.
+    static std::string machineWideLogFolder();
+    // The current log: logFolder() + "/<appName>.1.log".
     static std::optional<std::string> currentLogPath();
 
     // Queues one line: trimmed of white space and newlines at both ends
@@ -139,8 +158,11 @@ public:
     // added to bytesInQueue.
     void appendTextToLog(std::string_view text);
     // Writes one stamped line to the current file (opening it when needed)
-    // and rotates the log once the file has reached 5,000,000 bytes. Runs on
-    // the writer thread; a failure prints a message and loses the line.
+    // and rotates the log once the file has reached 5,000,000 bytes: the new
+    // file starts with the header and "Log truncated at 500KB", ahead of the
+    // lines still queued. When another process sharing the file has rotated
+    // it meanwhile, the log goes on in that process's new file instead. Runs
+    // on the writer thread; a failure prints a message and loses the line.
     void appendLogOnThread(const std::string &text);
 
     // The stored name, else the executable's file name without extension;
@@ -179,10 +201,19 @@ private:
     void runWriter();
     void waitUntilWritten();
     void shutDown();
+    // How a file is begun: a fresh one; the current one continued while it
+    // is below the size limit; a fresh one after the current one filled up.
+    enum class Start { fresh, continued, afterTruncation };
+    // Device and inode: which file a handle or a path stands for.
+    using FileIdentity = std::pair<dev_t, ino_t>;
+
     void writeLine(const std::string &text);
-    bool startFreshFile();
+    bool writeStampedLocked(const std::string &text);
+    void startLog(const std::optional<std::string> &name, bool noPrinting, Start how);
+    bool openLog(Start how, const std::optional<FileIdentity> &filled);
+    bool installFile(const std::string &path, const std::vector<std::string> &header);
     bool rotateGenerations(const std::string &folder);
-    void writeHeader();
+    std::vector<std::string> headerLines() const;
 
     mutable std::mutex m_stateMutex; // guards m_appName and m_executablePath
     std::optional<std::string> m_appName;

@@ -5,6 +5,7 @@
 #include "TLLocalPaths.h"
 #include "TLLog.h"
 #include "TLPropertyList.h"
+#include "TLSiteLinks.h"
 #include "TLTaskEx.h"
 #include "TLUserDefaults.h"
 #include "TLWorkspace.h"
@@ -25,10 +26,17 @@ bool isCheckSwitchedOff()
     return value && plist_get_node_type(value) == PLIST_BOOLEAN && TLPropertyList::boolValue(value) == false;
 }
 
-// Copies the updater (a program file or a whole folder) over any older copy.
+// Copies the updater (a program file or a whole folder) over any older copy,
+// in the user's private folder: in the shared one another user could plant
+// the name first, or swap the program between the copy and its launch.
 std::optional<std::string> copyToTemporaryFolder(const std::string &source)
 {
-    const std::string copy = TLLocalPaths::tempDirectory() + "/" + TLSoftwareUpdate::updaterName;
+    const auto folder = TLLocalPaths::privateTemporaryDirectory();
+    if (!folder) {
+        TLLog::appendLogAndPrint("Error: unable to copy software updater: no private temporary folder");
+        return std::nullopt;
+    }
+    const std::string copy = *folder + "/" + TLSoftwareUpdate::updaterName;
     std::error_code error;
     fs::remove_all(copy, error);
     if (!error)
@@ -66,9 +74,27 @@ void TLSoftwareUpdate::waitForStartupCheck()
         m_startupThread.join();
 }
 
-void TLSoftwareUpdate::manualUpdateCheck()
+TLUpdateCheck TLSoftwareUpdate::manualUpdateCheck()
 {
-    launchSoftwareUpdate();
+    if (!launchSoftwareUpdate())
+        return whereUpdatesComeFrom();
+    TLUpdateCheck launched;
+    launched.updaterLaunched = true;
+    return launched;
+}
+
+TLUpdateCheck TLSoftwareUpdate::whereUpdatesComeFrom()
+{
+    const std::string page = TLSiteLinks::TessalineToolsURL();
+    return {
+        .updaterLaunched = false,
+        .messageText = "Updates come from your package manager or from Quillmoor's web site.",
+        .informativeText =
+            "Quillmoor Software Update is not installed on this computer. If you installed this program with your "
+            "distribution's package manager (such as apt, dnf, zypper or a software centre), it is updated there "
+            "with the rest of your system. Otherwise, download the latest version from " + page + ".",
+        .downloadURL = page,
+    };
 }
 
 std::optional<std::string> TLSoftwareUpdate::updaterPath()
@@ -85,7 +111,8 @@ std::optional<std::string> TLSoftwareUpdate::updaterPath()
         if (!folder.empty() && fs::exists(candidate, error))
             return copyToTemporaryFolder(candidate);
     }
-    TLLog::appendLogAndPrint("Error: unable to find software updater");
+    // No updater is the rule on Linux, where the package manager updates
+    // programs: nothing to complain about.
     return std::nullopt;
 }
 
@@ -93,7 +120,7 @@ bool TLSoftwareUpdate::automaticallyCheckForUpdates()
 {
     const auto path = updaterPath();
     if (!path) {
-        TLLog::appendLogAndPrint(missingUpdater);
+        TLLog::appendLog("No software updater installed; the start-up update check is skipped");
         return false;
     }
     std::error_code error;
@@ -113,7 +140,7 @@ bool TLSoftwareUpdate::launchSoftwareUpdate()
 {
     const auto path = updaterPath();
     if (!path) {
-        TLLog::appendLogAndPrint(missingUpdater);
+        TLLog::appendLog(missingUpdater);
         return false;
     }
     return TLWorkspace::shared()->launchApplication(*path, {});

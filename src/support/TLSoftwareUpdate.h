@@ -5,6 +5,19 @@
 #include <string>
 #include <thread>
 
+// What an update check on request came to. When no updater could be started,
+// what to tell the user instead: where updates come from, and the page that
+// offers the download (for a button that opens it).
+struct TLUpdateCheck
+{
+    bool updaterLaunched = false;
+    std::string messageText;
+    std::string informativeText;
+    std::string downloadURL;
+    // The title of the button that opens downloadURL.
+    static constexpr const char *openDownloadPageTitle = "Open Download Page";
+};
+
 // The updater object the application creates with its interface. Its
 // start-up check runs on a thread of its own and only launches the updater
 // with "-checkpath <program folder>"; the updater then checks quietly for
@@ -37,24 +50,31 @@ public:
     bool startup();
     // Waits for the start-up thread, if any (for tests and shut-down).
     void waitForStartupCheck();
-    // The menu action: launchSoftwareUpdate().
-    void manualUpdateCheck();
+    // The menu action: launchSoftwareUpdate(); when that starts nothing,
+    // whereUpdatesComeFrom() for the front end to show.
+    TLUpdateCheck manualUpdateCheck();
+    // Where updates come from without an updater: the package manager that
+    // installed the program, else the download page on the maker's site
+    // (TLSiteLinks::TessalineToolsURL). Never launched.
+    static TLUpdateCheck whereUpdatesComeFrom();
 
     // The updater to run: the machine-wide one when it exists; else a copy of
-    // the first in-program-folder one that exists, made in the temporary
-    // folder as "Quillmoor Software Update.app" (replacing an older copy), so
-    // that the updater never runs from inside what it may replace. nullopt
-    // when none exists (logging "Error: unable to find software updater") or
-    // the copy fails (logging "Error: unable to copy software updater ...").
+    // the first in-program-folder one that exists, made in the user's private
+    // temporary folder (TLLocalPaths::privateTemporaryDirectory) as
+    // "Quillmoor Software Update.app" (replacing an older copy), so that the
+    // updater never runs from inside what it may replace. nullopt, silently,
+    // when none exists (the rule on Linux); nullopt when the copy fails
+    // (logging and printing "Error: unable to copy software updater ...").
     static std::optional<std::string> updaterPath();
     // Launches the updater's program with "-checkpath" and the program
-    // folder, without waiting. False, logging one of "Unable to launch
-    // Software Update - path doesn't exist", "... - updater bundle not
-    // found." or "... - executable path doesn't exist", when it cannot.
+    // folder, without waiting. False when there is no updater (logging, not
+    // printing, that the check is skipped) or when it cannot start it
+    // (logging and printing "Unable to launch Software Update - updater
+    // bundle not found." or "... - executable path doesn't exist").
     static bool automaticallyCheckForUpdates();
     // Opens the updater itself through the workspace for an interactive
-    // check. False (logging "Unable to launch Software Update - path doesn't
-    // exist") when there is no updater or it cannot be started.
+    // check. False when there is no updater (logging "Unable to launch
+    // Software Update - path doesn't exist") or it cannot be started.
     static bool launchSoftwareUpdate();
 
     // The folder that stands for the program's bundle: the running program's

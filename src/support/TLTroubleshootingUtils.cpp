@@ -6,6 +6,7 @@
 #include "TLCrashwick.h"
 #include "TLFileManager.h"
 #include "TLLocalPaths.h"
+#include "TLLog.h"
 #include "TLWorkspace.h"
 
 #include <algorithm>
@@ -128,10 +129,9 @@ std::string lowerCase(std::string text)
 std::vector<std::string> logFolders()
 {
     std::vector<std::string> folders;
-    for (const bool user : {true, false}) {
-        if (const auto library = TLLocalPaths::libraryDirectory(user))
-            folders.push_back(*library + "/Logs/Quillmoor");
-    }
+    if (const auto user = TLLog::userLogFolder())
+        folders.push_back(*user);
+    folders.push_back(TLLog::machineWideLogFolder());
     return folders;
 }
 
@@ -190,6 +190,50 @@ std::string timeStamp()
     return text;
 }
 
+// Copies keep their sources' modes and new folders follow the umask, and
+// the archive stores the modes it finds: everything staged is made the
+// user's alone before it is zipped.
+void makeOwnerOnly(const std::string &staging)
+{
+    std::error_code error;
+    fs::permissions(staging, fs::perms::owner_all, error);
+    for (fs::recursive_directory_iterator entry(staging, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code ignored;
+        const bool isFolder = entry->is_directory(ignored);
+        fs::permissions(entry->path(), isFolder ? fs::perms::owner_all : fs::perms::owner_read | fs::perms::owner_write,
+                        ignored);
+    }
+}
+
+// The archive is written in the private folder, made the user's alone and
+// only then moved to `destination`, so that it is never readable by others
+// there, whatever the umask. An item already at `destination` goes to the
+// Trash first, as compressing over it would do.
+bool placeArchive(const std::string &staging, const std::string &privateFolder, const std::string &destination)
+{
+    const std::string draft = privateFolder + "/" + fs::path(destination).filename().string();
+    if (!TLFileManager::compressFile(staging, draft))
+        return false;
+    std::error_code error;
+    fs::permissions(draft, fs::perms::owner_read | fs::perms::owner_write, error);
+    if (!error && TLFileManager::fileExistsAtPath(destination) && !TLFileManager::trashFile(destination))
+        error = std::make_error_code(std::errc::file_exists);
+    if (!error)
+        fs::rename(draft, destination, error);
+    // On another file system: the copy is created writable by its owner
+    // only and then given the draft's mode.
+    if (error == std::errc::cross_device_link) {
+        error.clear();
+        fs::copy_file(draft, destination, error);
+    }
+    std::error_code ignored;
+    fs::remove(draft, ignored);
+    if (error)
+        std::cerr << "Unable to place the gathered logs at " << destination << ": " << error.message() << std::endl;
+    return !error;
+}
+
 bool viewLog(const std::string &name, const char *suffix, const char *explanation)
 {
     const auto library = TLLocalPaths::libraryDirectory(true);
@@ -214,7 +258,12 @@ bool TLTroubleshootingUtils::gatherLogsForAppsWithNames(const std::vector<std::s
 {
     if (names.empty())
         return false;
-    const std::string staging = stagingFolder();
+    const auto privateFolder = TLLocalPaths::privateTemporaryDirectory();
+    if (!privateFolder) {
+        std::cerr << "Error creating temp folder: no private temporary folder can be made" << std::endl;
+        return false;
+    }
+    const std::string staging = *privateFolder + "/" + stagingFolderName;
     std::error_code error;
     fs::remove_all(staging, error);
     if (error) {
@@ -249,7 +298,8 @@ bool TLTroubleshootingUtils::gatherLogsForAppsWithNames(const std::vector<std::s
     std::string archive = folder.value_or("") + "/" + names.front() + " Logs.zip";
     if (fs::exists(archive, error))
         archive = archive.substr(0, archive.size() - 4) + "_" + timeStamp() + ".zip";
-    const bool made = folder && TLFileManager::compressFile(staging, archive);
+    makeOwnerOnly(staging);
+    const bool made = folder && placeArchive(staging, *privateFolder, archive);
     fs::remove_all(staging, error);
     if (!silent && made)
         TLAlert::alertSheetWithMessageText("Logs gathered successfully", "The gathered logs were placed on your desktop.",
@@ -270,9 +320,12 @@ bool TLTroubleshootingUtils::viewTaskLogForApp(const std::string &name)
                    "You must run the application as a task (e.g. through Task Scheduler) before viewing a log.");
 }
 
-std::string TLTroubleshootingUtils::stagingFolder()
+std::optional<std::string> TLTroubleshootingUtils::stagingFolder()
 {
-    return TLLocalPaths::tempDirectory() + "/TL_App_Logs";
+    const auto privateFolder = TLLocalPaths::privateTemporaryDirectory();
+    if (!privateFolder)
+        return std::nullopt;
+    return *privateFolder + "/" + stagingFolderName;
 }
 
 std::optional<std::string> TLTroubleshootingUtils::archiveFolder()

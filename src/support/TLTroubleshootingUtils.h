@@ -10,10 +10,12 @@
 // diagnostics to support. Alerts go through TLAlert (waiting, no parent
 // window); console messages go to standard error.
 //
-// Gathering copies, for each name, into a staging folder
-// "<temporary folder>/TL_App_Logs" that mirrors the source folders:
-// - the logs: files in the user's and then the machine-wide
-//   "<Library>/Logs/Quillmoor" beginning with the name and ending in ".log";
+// Gathering copies, for each name, into a staging folder "TL_App_Logs" in
+// the user's private temporary folder (TLLocalPaths::
+// privateTemporaryDirectory) that mirrors the source folders:
+// - the logs: files in the user's and then the machine-wide log folder
+//   (TLLog::userLogFolder, TLLog::machineWideLogFolder) beginning with the
+//   name and ending in ".log" (so the command line's "<name> CLI" log too);
 // - the crash reports: files in the four crash-report folders of
 //   TLCrashwick beginning with "<name>_" and ending in ".crash" or ".ips";
 // - the preference files "com.quillmoor.<name without blanks>.plist" (or
@@ -22,7 +24,10 @@
 // - the extra files given.
 // It then zips the staging folder (as the archive's top folder) to
 // "<desktop>/<first name> Logs.zip", or when that exists to
-// "<desktop>/<first name> Logs_<YYYYmmddHHMMSS>.zip" (local time).
+// "<desktop>/<first name> Logs_<YYYYmmddHHMMSS>.zip" (local time). The
+// staged copies, the archive's entries and the archive itself are the
+// user's alone (files 0600, folders 0700, whatever the umask); the archive
+// is made in the private folder and moved to the desktop once private.
 //
 // Only regular files are collected; sub-folders are not entered. A symbolic
 // link inside a searched folder is followed only when it resolves to a
@@ -57,8 +62,11 @@ public:
     // viewing a log.".
     static bool viewTaskLogForApp(const std::string &name);
 
-    // "<temporary folder>/TL_App_Logs".
-    static std::string stagingFolder();
+    // The staging folder's name, which is also the archive's top folder.
+    static constexpr const char *stagingFolderName = "TL_App_Logs";
+    // privateTemporaryDirectory() + "/TL_App_Logs"; nullopt when no private
+    // folder can be made.
+    static std::optional<std::string> stagingFolder();
     // Where the archive goes: TLLocalPaths::desktopDirectory(), else
     // "$HOME/Desktop"; the folder is created when missing. nullopt when it
     // cannot be made.

@@ -13,6 +13,8 @@
 #include <regex>
 #include <stdexcept>
 #include <thread>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <type_traits>
 #include <unistd.h>
 
@@ -269,17 +271,75 @@ TEST_F(TLLogTest, AppendLogAndPrintShowsAConsoleCopy)
 TEST_F(TLLogTest, RotatesWhenTheFileReachesFiveMillionBytes)
 {
     TLLog::createNewLog();
+    // Everything is queued before the writer starts, so lines wait behind
+    // the one that fills the file: the new file must still begin with its
+    // header.
+    TLLog::setWritingSuspended(true);
     const std::string block(1000000, 'x');
     for (int count = 0; count < 5; ++count)
         TLLog::fastAppendLog("%@", block);
+    TLLog::fastAppendLog("queued behind the full file");
+    TLLog::setWritingSuspended(false);
     TLLog::finishWriting();
 
     EXPECT_GE(std::filesystem::file_size(generation(2)), 5000000u);
     const auto lines = texts(1);
-    ASSERT_GE(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 7u);
     EXPECT_EQ(lines.front().rfind("Log started: ", 0), 0u);
-    EXPECT_EQ(lines.back(), "Log truncated at 500KB");
+    EXPECT_EQ(lines[4], "Running in 64-bit mode");
+    EXPECT_EQ(lines[5], "Log truncated at 500KB");
+    EXPECT_EQ(lines[6], "queued behind the full file");
     EXPECT_LT(logger().bytesWritten(), 1000u);
+}
+
+// Runs of the command line at the same time: each child process starts the
+// way the command line does and writes its lines while the other writes.
+TEST_F(TLLogTest, RunsOfTheCommandLineShareOneFileWithoutLosingLines)
+{
+    const std::string commandLine = TLLog::commandLineLogName("TestLog");
+    const std::string current = folder() + "/" + commandLine + ".1.log";
+    constexpr int linesPerRun = 3000;
+    TLLog::finishWriting();
+    std::vector<pid_t> runs;
+    for (int run = 0; run < 2; ++run) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child > 0) {
+            runs.push_back(child);
+            continue;
+        }
+        logger().setAppName(commandLine);
+        TLLog::continueLog(std::nullopt, true);
+        for (int line = 0; line < linesPerRun; ++line)
+            logger().appendLogOnThread("run " + std::to_string(run) + " line " + std::to_string(line) + " "
+                                       + std::string(200, char('a' + run)));
+        ::_exit(0);
+    }
+    for (const pid_t child : runs) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+
+    std::map<std::string, int> seen;
+    int headers = 0;
+    const std::regex whole(R"(run ([01]) line \d+ (a{200}|b{200}))");
+    for (const auto &line : linesOf(test::readFile(current))) {
+        const std::string text = textOf(line);
+        std::smatch match;
+        if (text.starts_with("Log started: "))
+            ++headers;
+        else if (std::regex_match(text, match, whole) && match[2].str()[0] == 'a' + (match[1].str()[0] - '0'))
+            ++seen[text.substr(0, text.find(' ', text.find("line ") + 5))];
+        else if (!line.empty() && !text.starts_with("Version: ") && !text.starts_with("Path: ")
+                 && !text.starts_with("System: ") && text != "Running in 64-bit mode")
+            ADD_FAILURE() << "damaged line: " << line.substr(0, 80);
+    }
+    EXPECT_EQ(headers, 2) << "each run adds its header to the one file";
+    EXPECT_EQ(seen.size(), 2u * linesPerRun);
+    for (const auto &[text, count] : seen)
+        EXPECT_EQ(count, 1) << text;
+    EXPECT_EQ(TLLog::availableLogs(), std::vector<std::string>{current});
 }
 
 TEST_F(TLLogTest, ShortBackgroundMessagesWaitForTheQueue)
@@ -380,21 +440,28 @@ TEST_F(TLLogTest, AWriteErrorLosesTheLineAndTheLogGoesOn)
     EXPECT_EQ(logger().bytesInQueue(), 0u);
 }
 
-TEST_F(TLLogTest, AsRootTheCurrentFileLiesInTheLocalLibrary)
+TEST_F(TLLogTest, AsRootTheLogIsWrittenInTheMachineWideFolder)
 {
     TLLocalPaths::overrideUserId(0);
-    const std::string localFile = m_folder.file("local") + "/var/lib/Logs/Quillmoor/TestLog.1.log";
-    EXPECT_EQ(TLLog::currentLogPath(), localFile);
-    auto output = standardOutputOf([] { TLLog::createNewLog(); });
-    EXPECT_EQ(output.rfind("Unable to create log file " + localFile + " - ", 0), 0u) << output;
+    const std::string machineWide = m_folder.file("local") + "/var/log/quillmoor";
+    EXPECT_EQ(TLLog::currentLogPath(), machineWide + "/TestLog.1.log");
+    const mode_t previous = ::umask(077);
+    TLLog::createNewLog();
+    ::umask(previous);
+    TLLog::appendLog("written as root");
+    TLLog::finishWriting();
+    const auto lines = linesOf(test::readFile(machineWide + "/TestLog.1.log"));
+    ASSERT_GE(lines.size(), 6u);
+    EXPECT_EQ(textOf(lines[0]).rfind("Log started: ", 0), 0u);
+    EXPECT_EQ(textOf(lines[5]), "written as root");
+    for (const std::string &made : {machineWide, m_folder.file("local") + "/var/log"})
+        EXPECT_EQ(std::filesystem::status(made).permissions(), std::filesystem::perms(0755)) << made;
 
-    // Rotation still acts on the user's folder.
-    test::writeFile(localFile, "old local");
-    test::writeFile(generation(1), "old user");
+    // The generations rotate there too; the user's folder is left alone.
     TLLog::createNewLog();
     TLLog::finishWriting();
-    EXPECT_EQ(test::readFile(generation(2)), "old user");
-    EXPECT_EQ(textOf(linesOf(test::readFile(localFile))[0]).rfind("Log started: ", 0), 0u);
+    EXPECT_NE(test::readFile(machineWide + "/TestLog.2.log").find("written as root"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(folder()));
 }
 
 TEST_F(TLLogTest, TheFileIsNamedAfterTheExecutable)

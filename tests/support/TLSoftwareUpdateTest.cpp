@@ -3,6 +3,7 @@
 
 #include "FakeWorkspace.h"
 #include "TLLocalPaths.h"
+#include "TLSiteLinks.h"
 #include "TLUserDefaults.h"
 #include "TestSupport.h"
 
@@ -23,7 +24,7 @@ protected:
         TLWorkspace::setShared(m_workspace);
         TLSoftwareUpdate::overrideProgramFolder(m_program.path().string());
         m_installed = *TLLocalPaths::applicationDirectory(false) + "/Quillmoor/" + TLSoftwareUpdate::updaterName;
-        m_copy = TLLocalPaths::tempDirectory() + "/" + TLSoftwareUpdate::updaterName;
+        m_copy = *TLLocalPaths::privateTemporaryDirectory() + "/" + TLSoftwareUpdate::updaterName;
     }
 
     void TearDown() override
@@ -78,7 +79,7 @@ TEST_F(TLSoftwareUpdateTest, StartupRunsTheUpdaterWithCheckPathUnlessSwitchedOff
     EXPECT_EQ(recordedArguments(), "-checkpath " + m_program.path().string() + "\n");
 }
 
-TEST_F(TLSoftwareUpdateTest, UpdaterInsideTheProgramFolderIsCopiedToTheTemporaryFolder)
+TEST_F(TLSoftwareUpdateTest, UpdaterInsideTheProgramFolderIsCopiedToThePrivateTemporaryFolder)
 {
     const auto inResources = m_program.file("Contents/Resources/Quillmoor Software Update.app");
     const auto inMacOS = m_program.file("Contents/MacOS/Quillmoor Software Update.app");
@@ -87,6 +88,8 @@ TEST_F(TLSoftwareUpdateTest, UpdaterInsideTheProgramFolderIsCopiedToTheTemporary
     EXPECT_EQ(TLSoftwareUpdate::updaterPath(), m_copy);
     EXPECT_EQ(test::readFile(m_copy + "/updater"), "from MacOS");
     EXPECT_FALSE(fs::exists(m_copy + "/stale"));
+    EXPECT_FALSE(fs::exists(TLLocalPaths::tempDirectory() + "/" + TLSoftwareUpdate::updaterName))
+        << "nothing under a fixed name in the shared temporary folder";
     test::writeFile(inResources + "/updater", "from Resources");
     EXPECT_EQ(TLSoftwareUpdate::updaterPath(), m_copy);
     EXPECT_EQ(test::readFile(m_copy + "/updater"), "from Resources");
@@ -94,26 +97,34 @@ TEST_F(TLSoftwareUpdateTest, UpdaterInsideTheProgramFolderIsCopiedToTheTemporary
     EXPECT_EQ(TLSoftwareUpdate::updaterPath(), m_installed) << "the installed updater comes first";
 }
 
-TEST_F(TLSoftwareUpdateTest, MissingUpdaterOrProgramIsLogged)
+TEST_F(TLSoftwareUpdateTest, MissingUpdaterIsQuietAtStartupAndExplainedOnRequest)
 {
+    testing::internal::CaptureStdout();
     std::string log = test::logOf([] {
         EXPECT_EQ(TLSoftwareUpdate::updaterPath(), std::nullopt);
         EXPECT_FALSE(TLSoftwareUpdate::automaticallyCheckForUpdates());
-        EXPECT_FALSE(TLSoftwareUpdate::launchSoftwareUpdate());
     });
-    EXPECT_NE(log.find("Error: unable to find software updater"), std::string::npos);
-    EXPECT_NE(log.find("Unable to launch Software Update - path doesn't exist"), std::string::npos);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "nothing is printed at start-up";
+    EXPECT_NE(log.find("No software updater installed"), std::string::npos) << log;
+
+    TLSoftwareUpdate updater;
+    const TLUpdateCheck check = updater.manualUpdateCheck();
+    EXPECT_FALSE(check.updaterLaunched);
+    EXPECT_NE(check.messageText.find("package manager"), std::string::npos) << check.messageText;
+    EXPECT_EQ(check.downloadURL, TLSiteLinks::TessalineToolsURL());
+    EXPECT_NE(check.informativeText.find(check.downloadURL), std::string::npos) << check.informativeText;
+    EXPECT_TRUE(m_workspace->requests().empty());
+
     test::writeFile(m_installed, "not a program");
     log = test::logOf([] { EXPECT_FALSE(TLSoftwareUpdate::automaticallyCheckForUpdates()); });
     EXPECT_NE(log.find("Unable to launch Software Update - executable path doesn't exist"), std::string::npos);
-    EXPECT_TRUE(m_workspace->requests().empty());
 }
 
 TEST_F(TLSoftwareUpdateTest, ManualCheckOpensTheUpdaterThroughTheWorkspace)
 {
     installRecordingUpdater();
     TLSoftwareUpdate updater;
-    updater.manualUpdateCheck();
+    EXPECT_TRUE(updater.manualUpdateCheck().updaterLaunched);
     const auto requests = m_workspace->requests();
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].kind, "launchApplication");

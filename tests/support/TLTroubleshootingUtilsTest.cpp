@@ -6,12 +6,20 @@
 #include "TLAlert.h"
 #include "TLCrashwick.h"
 #include "TLLocalPaths.h"
+#include "TLLog.h"
 #include "TestSupport.h"
+#include "Unprivileged.h"
 
 #include <gtest/gtest.h>
 
+#include <archive.h>
+#include <archive_entry.h>
 #include <array>
+#include <clocale>
 #include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -33,6 +41,38 @@ std::optional<std::string> unzipListing(const std::string &archive)
     return listing;
 }
 
+// The mode of every entry of a zip, by name, as libarchive reads it back.
+std::map<std::string, mode_t> entryModes(const std::string &zip)
+{
+    std::map<std::string, mode_t> modes;
+    archive *reader = archive_read_new();
+    archive_read_support_format_zip(reader);
+    if (archive_read_open_filename(reader, zip.c_str(), 16384) == ARCHIVE_OK) {
+        archive_entry *entry = nullptr;
+        while (archive_read_next_header(reader, &entry) == ARCHIVE_OK)
+            modes[archive_entry_pathname(entry)] = archive_entry_perm(entry);
+    }
+    archive_read_free(reader);
+    return modes;
+}
+
+// The general-purpose flags of the local header whose name holds `name`
+// byte for byte; nullopt when no entry is stored under those bytes.
+std::optional<unsigned> localHeaderFlags(const std::string &zip, const std::string &name)
+{
+    const std::string bytes = test::readFile(zip);
+    const auto number = [&](std::size_t at) {
+        return unsigned(static_cast<unsigned char>(bytes[at])) | unsigned(static_cast<unsigned char>(bytes[at + 1])) << 8;
+    };
+    for (std::size_t at = bytes.find("PK\3\4"); at != std::string::npos && at + 30 <= bytes.size();
+         at = bytes.find("PK\3\4", at + 4)) {
+        const std::string stored = bytes.substr(at + 30, number(at + 26));
+        if (stored.find(name) != std::string::npos)
+            return number(at + 6);
+    }
+    return std::nullopt;
+}
+
 class TLTroubleshootingUtilsTest : public ::testing::Test
 {
 protected:
@@ -41,7 +81,7 @@ protected:
         TLAlert::setPresenter(m_alerts);
         TLWorkspace::setShared(m_workspace);
         m_logs = *TLLocalPaths::libraryDirectory(true) + "/Logs/Quillmoor";
-        m_localLogs = *TLLocalPaths::libraryDirectory(false) + "/Logs/Quillmoor";
+        m_localLogs = TLLog::machineWideLogFolder();
         m_preferences = *TLLocalPaths::prefsDirectory(true);
         m_desktop = *TLTroubleshootingUtils::archiveFolder();
     }
@@ -94,7 +134,7 @@ TEST_F(TLTroubleshootingUtilsTest, GathersMatchingFilesIntoAZipThatMirrorsTheirF
     ASSERT_TRUE(TLTroubleshootingUtils::gatherLogsForAppsWithNames({"Gather"}, false, {extra.file("notes.txt")}));
     EXPECT_EQ(alertMessages(), (std::vector<std::string>{
                                    "Logs gathered successfully / The gathered logs were placed on your desktop."}));
-    EXPECT_FALSE(fs::exists(TLTroubleshootingUtils::stagingFolder()));
+    EXPECT_FALSE(fs::exists(TLTroubleshootingUtils::stagingFolder().value_or("/")));
     const std::string archive = m_desktop + "/Gather Logs.zip";
     ASSERT_TRUE(fs::exists(archive));
     const auto listing = unzipListing(archive);
@@ -186,4 +226,64 @@ TEST_F(TLTroubleshootingUtilsTest, ViewingOpensTheCurrentLogOrExplainsItsAbsence
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[0].values, (std::vector<std::string>{m_logs + "/Gather.1.log"}));
     EXPECT_EQ(requests[1].values, (std::vector<std::string>{m_logs + "/Gather.1.task.log"}));
+}
+
+TEST_F(TLTroubleshootingUtilsTest, GatheredCopiesAndTheArchiveAreTheUsersAloneWhateverTheUmask)
+{
+    test::writeFile(m_logs + "/Gather.1.log", "log");
+    ::chmod((m_logs + "/Gather.1.log").c_str(), 0644);
+    const mode_t previous = ::umask(0);
+    const bool gathered = TLTroubleshootingUtils::gatherLogsForAppWithName("Gather");
+    ::umask(previous);
+    ASSERT_TRUE(gathered);
+    const std::string archive = m_desktop + "/Gather Logs.zip";
+    struct stat status {};
+    ASSERT_EQ(::stat(archive.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+    const auto modes = entryModes(archive);
+    ASSERT_EQ(modes.count("TL_App_Logs" + m_logs + "/Gather.1.log"), 1u);
+    for (const auto &[name, mode] : modes)
+        EXPECT_EQ(mode, name.ends_with("/") ? 0700u : 0600u) << name;
+}
+
+TEST_F(TLTroubleshootingUtilsTest, EntryNamesAreStoredAsUTF8WhateverTheLocale)
+{
+    const std::string name = "Gather-M\u00fcller \u65e5\u672c.1.log";
+    test::writeFile(m_logs + "/" + name, "log");
+    const std::string locale = std::setlocale(LC_ALL, nullptr);
+    std::setlocale(LC_ALL, "C");
+    const bool gathered = TLTroubleshootingUtils::gatherLogsForAppWithName("Gather");
+    std::setlocale(LC_ALL, locale.c_str());
+    ASSERT_TRUE(gathered);
+    const auto flags = localHeaderFlags(m_desktop + "/Gather Logs.zip", name);
+    ASSERT_TRUE(flags) << "no entry is named in UTF-8";
+    EXPECT_NE(*flags & 0x0800u, 0u) << "the language-encoding flag is clear";
+}
+
+// Another local user creating the staging folder's old fixed name in the
+// shared temporary folder must not stop the user from gathering.
+TEST_F(TLTroubleshootingUtilsTest, ANamePlantedInTheSharedTemporaryFolderDoesNotBlockGathering)
+{
+    const test::UnprivilegedFolder user;
+    const std::string shared = user.file("tmp");
+    fs::create_directories(shared + "/TL_App_Logs");
+    test::writeFile(shared + "/TL_App_Logs/planted", "someone else's");
+    ::chmod(shared.c_str(), 01777);
+    TLLog::finishWriting();
+    const std::string failure = test::runUnprivileged([&]() -> std::string {
+        for (const auto &[variable, folder] : std::map<std::string, std::string>{
+                 {"HOME", "/home"}, {"XDG_STATE_HOME", "/home/state"}, {"XDG_CONFIG_HOME", "/home/config"},
+                 {"XDG_DATA_HOME", "/home/data"}, {"XDG_CACHE_HOME", "/home/cache"}, {"CORVALE_LOCAL_ROOT", "/local"},
+                 {"TMPDIR", "/tmp"}})
+            ::setenv(variable.c_str(), (user.path() + folder).c_str(), 1);
+        ::unsetenv("XDG_RUNTIME_DIR");
+        test::writeFile(*TLLog::userLogFolder() + "/Gather.1.log", "log");
+        if (!TLTroubleshootingUtils::gatherLogsForAppsWithNames({"Gather"}, true))
+            return "gathering failed";
+        if (!fs::exists(user.file("home/Desktop/Gather Logs.zip")))
+            return "no archive on the desktop";
+        return "";
+    });
+    EXPECT_EQ(failure, "");
+    EXPECT_TRUE(fs::exists(shared + "/TL_App_Logs/planted"));
 }
