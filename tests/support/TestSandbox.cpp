@@ -29,6 +29,10 @@ std::filesystem::path makeSandbox()
     set("XDG_STATE_HOME", "home/.local/state");
     set("CORVALE_LOCAL_ROOT", "local");
     set("TMPDIR", "tmp");
+    // The private temporary folder prefers the session's runtime folder,
+    // which must be the user's alone.
+    set("XDG_RUNTIME_DIR", "runtime");
+    std::filesystem::permissions(root / "runtime", std::filesystem::perms::owner_all);
     unsetenv("XDG_DESKTOP_DIR");
     // Without a graphical session no administrator prompt can appear: a
     // test that provokes a refused file operation must never ask for rights.
