@@ -6,6 +6,7 @@
 #include "TLFileWaiting.h"
 #include "TLFinalCutProBridge.h"
 #include "TLPremiereBridge.h"
+#include "TLProjectView.h"
 #include "TLXMLParser.h"
 
 #include <pugixml.hpp>
@@ -34,17 +35,11 @@ struct TLProjectSources
     std::shared_ptr<TLAlertPresenter> alertPresenter;
 };
 
-// The master-clip path table: master clip id (or "Unknown1", "Unknown2", ...
-// for media without one) to the project's pathurl element. Iteration runs
-// in byte-wise key order, the same on every run, so that a search over all
-// values that stops at the first hit always finds the same element.
-using TLMasterClipPaths = std::map<std::string, pugi::xml_node, std::less<>>;
-
 // Held by each open document as its media controller. Loads happen on one
 // thread; any number of threads may query at the same time as long as no
 // load or setter runs meanwhile. No exception leaves a public function: an
 // unexpected one is logged and the function gives its failure result.
-class TLFCPProjectController
+class TLFCPProjectController final : public TLProjectView
 {
 public:
     // A controller holding an empty document, no clips and an empty table.
@@ -171,7 +166,7 @@ public:
     // The project's clip elements. A load does not change them: they keep
     // referring to the previous document, which stays alive for them, until
     // the next setClips.
-    const TLXMLNodeList &clips() const
+    const TLXMLNodeList &clips() const override
     {
         makeDeferredChange();
         return m_clips;
@@ -181,7 +176,7 @@ public:
 
     // The master-clip path table; like clips(), it keeps referring to the
     // document it was set for until the next setMasterClipPaths.
-    const TLMasterClipPaths &masterClipPaths() const
+    const TLMasterClipPaths &masterClipPaths() const override
     {
         makeDeferredChange();
         return m_masterClipPaths;

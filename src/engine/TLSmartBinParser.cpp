@@ -252,7 +252,7 @@ void matchClip(const pugi::xml_node &clip, const std::vector<PreparedRow> &rows,
 
 std::shared_ptr<TLSmartBin> TLSmartBinParser::binFromFilterArray(const TLFilterList &filterArray,
                                                                  const std::string &name, std::int64_t matchType,
-                                                                 const TLFCPProjectController &mediaController)
+                                                                 const TLProjectView &mediaController)
 {
     std::shared_ptr<TLSmartBin> bin = TLSmartBin::create();
     bin->setBinName(name);
@@ -265,7 +265,7 @@ std::shared_ptr<TLSmartBin> TLSmartBinParser::binFromFilterArray(const TLFilterL
 
 TLMediaItemList TLSmartBinParser::arrayFromFilterArray(const TLFilterList &filterArray, const std::string &,
                                                        std::int64_t matchType,
-                                                       const TLFCPProjectController &mediaController)
+                                                       const TLProjectView &mediaController)
 {
     const std::vector<PreparedRow> rows = prepareRows(filterArray);
     TLLog::appendLog("smart bin matchtype: %i", matchType);

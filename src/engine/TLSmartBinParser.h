@@ -1,7 +1,7 @@
 // Resolves a smart bin: which clips of the project pass its filter rows.
 #pragma once
 
-#include "TLFCPProjectController.h"
+#include "TLProjectView.h"
 #include "TLMediaItem.h"
 #include "TLSmartBin.h"
 #include "TLSmartBinFilter.h"
@@ -13,7 +13,7 @@
 
 using TLMediaItemList = std::vector<std::shared_ptr<TLMediaItem>>;
 
-// Stateless. Every clip of the controller is tested against the rows in
+// Stateless. Every clip of the project is tested against the rows in
 // order; a row reads one field of the clip and compares it, as text, with
 // the row's filterString.
 //
@@ -39,7 +39,7 @@ using TLMediaItemList = std::vector<std::shared_ptr<TLMediaItem>>;
 // empty); any other value ("all") lists a clip once when all rows match,
 // skipped rows counting among the rows (so one of them keeps the bin empty).
 //
-// Called on worker threads; the controller must not load meanwhile. Each
+// Called on worker threads; the project must not load meanwhile. Each
 // call logs "smart bin matchtype: <type>" and "smart bin filterarray:
 // <rows>". No exception leaves these operations except std::bad_alloc.
 class TLSmartBinParser
@@ -50,7 +50,7 @@ public:
     static std::shared_ptr<TLSmartBin> binFromFilterArray(const TLFilterList &filterArray,
                                                           const std::string &name,
                                                           std::int64_t matchType,
-                                                          const TLFCPProjectController &mediaController);
+                                                          const TLProjectView &mediaController);
 
     // The media items of the clips that pass the rows, in clip order (a clip
     // may appear more than once under match type 1), each made from the
@@ -61,5 +61,5 @@ public:
     // clips.
     static TLMediaItemList arrayFromFilterArray(const TLFilterList &filterArray, const std::string &name,
                                                 std::int64_t matchType,
-                                                const TLFCPProjectController &mediaController);
+                                                const TLProjectView &mediaController);
 };

@@ -381,7 +381,7 @@ Request requestFor(std::int64_t criteria)
     return request;
 }
 
-void logStart(std::int64_t criteria, const TLFCPProjectController &mediaController)
+void logStart(std::int64_t criteria, const TLProjectView &mediaController)
 {
     TLLog::appendLog("smart range clipitems: %@", clipsText(mediaController.clips().size()));
     TLLog::appendLog("smart range criteria: %i", criteria);
@@ -390,7 +390,7 @@ void logStart(std::int64_t criteria, const TLFCPProjectController &mediaControll
 } // namespace
 
 TLSmartRangeItemList TLSmartRangeParser::arrayForCriteria(std::int64_t criteria,
-                                                          const TLFCPProjectController &mediaController)
+                                                          const TLProjectView &mediaController)
 {
     logStart(criteria, mediaController);
     if (!isSupported(criteria))
@@ -409,7 +409,7 @@ TLSmartRangeItemList TLSmartRangeParser::arrayForCriteria(std::int64_t criteria,
 }
 
 TLNodeList TLSmartRangeParser::arrayForCriteria(std::int64_t criteria, const std::optional<std::string> &binName,
-                                                const TLFCPProjectController &mediaController)
+                                                const TLProjectView &mediaController)
 {
     if (!binName) {
         const TLSmartRangeItemList items = arrayForCriteria(criteria, mediaController);

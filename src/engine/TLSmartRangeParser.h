@@ -3,7 +3,7 @@
 #pragma once
 
 #include "TLBinNode.h"
-#include "TLFCPProjectController.h"
+#include "TLProjectView.h"
 #include "TLSmartRangeItem.h"
 
 #include <cstdint>
@@ -35,7 +35,7 @@ using TLSmartRangeItemList = std::vector<std::shared_ptr<TLSmartRangeItem>>;
 // "Unspecified".
 //
 // A clip's media URLs are the pathurls of the files of its video and audio
-// track items. A clip without any is looked up in the controller's
+// track items. A clip without any is looked up in the project's
 // master-clip path table: first under the master clip id of its track
 // items, then by file name (its track items' file name, else its own name):
 // the first entry, in the table's order, whose URL text ends with "/" and
@@ -43,7 +43,7 @@ using TLSmartRangeItemList = std::vector<std::shared_ptr<TLSmartRangeItem>>;
 // "#", quotes, brackets and the like, and every byte outside ASCII). The
 // file name of a clip with a URL is the last component of the URL's path.
 //
-// Called on worker threads; the controller must not load meanwhile. Each
+// Called on worker threads; the project must not load meanwhile. Each
 // call logs "smart range clipitems: <n> clips", "smart range criteria:
 // <criterion>", one "smart range paths: (<urls>)" line per clip (for
 // supported criteria) and "smart range output: <groups>".
@@ -58,7 +58,7 @@ public:
     // empty for unsupported criteria or a project without clips. No
     // exception leaves it except std::bad_alloc.
     static TLSmartRangeItemList arrayForCriteria(std::int64_t criteria,
-                                                 const TLFCPProjectController &mediaController);
+                                                 const TLProjectView &mediaController);
 
     // Without a bin name: the items of arrayForCriteria above, as nodes.
     // With one: new media items for the clips whose value equals the name
@@ -72,5 +72,5 @@ public:
     // with a matching value has no uuid child of its own: such a clip cannot
     // be found again. Nothing else is thrown except std::bad_alloc.
     static TLNodeList arrayForCriteria(std::int64_t criteria, const std::optional<std::string> &binName,
-                                       const TLFCPProjectController &mediaController);
+                                       const TLProjectView &mediaController);
 };
