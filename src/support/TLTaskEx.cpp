@@ -659,6 +659,12 @@ void TLTaskEx::asyncDataFromTask(const std::string &path, const std::vector<std:
         else
             m_asyncThread.join();
     }
+    // Known at once, so said at once rather than by a thread that the
+    // runner's end may overtake.
+    if (const std::optional<std::string> program = programForPath(path); !program || !isRunnable(*program)) {
+        TLLog::appendLog("Unable to launch async task - task does not exist or is not executable");
+        return;
+    }
     m_async = std::make_shared<AsyncState>();
     m_async->delegate = std::move(delegate);
     m_async->object = std::move(object);

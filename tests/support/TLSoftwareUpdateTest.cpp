@@ -39,16 +39,18 @@ protected:
     // An installed updater whose program records its arguments.
     void installRecordingUpdater()
     {
-        test::writeFile(m_installed, "#!/bin/sh\necho \"$@\" > '" + m_record + "'\n");
+        // Written through a copy renamed into place, so the record never
+        // exists half written.
+        test::writeFile(m_installed,
+                        "#!/bin/sh\necho \"$@\" > '" + m_record + ".new'\n/bin/mv '" + m_record + ".new' '" + m_record + "'\n");
         ::chmod(m_installed.c_str(), 0755);
         m_workspace->executables[m_installed] = m_installed;
     }
 
     std::string recordedArguments() const
     {
-        for (int wait = 0; wait < 500 && !fs::exists(m_record); ++wait)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        for (int wait = 0; wait < 1000 && !fs::exists(m_record); ++wait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         return fs::exists(m_record) ? test::readFile(m_record) : "";
     }
 

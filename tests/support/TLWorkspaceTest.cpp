@@ -35,16 +35,18 @@ private:
 // exits with `status`.
 void writeRecordingProgram(const std::string &path, const std::string &record, int status)
 {
-    test::writeFile(path, "#!/bin/sh\necho \"$@\" >> '" + record + "'\nexit " + std::to_string(status) + "\n");
+    // Appended through a copy renamed into place, so the record never
+    // exists half written.
+    test::writeFile(path, "#!/bin/sh\n{ /bin/cat '" + record + "' 2>/dev/null; echo \"$@\"; } > '" + record +
+                              ".new'\n/bin/mv '" + record + ".new' '" + record + "'\nexit " + std::to_string(status) + "\n");
     fs::permissions(path, fs::perms::owner_all);
 }
 
 // The record's text once it exists (programs started without waiting).
 std::string waitForRecord(const std::string &record)
 {
-    for (int attempt = 0; attempt < 100 && !fs::exists(record); ++attempt)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (int attempt = 0; attempt < 500 && !fs::exists(record); ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return fs::exists(record) ? test::readFile(record) : std::string();
 }
 
