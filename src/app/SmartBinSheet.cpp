@@ -3,6 +3,7 @@
 
 #include "MyDocument.h"
 #include "SheetControls.h"
+#include "TLClipFields.h"
 #include "TLWriteReport.h"
 
 #include <QComboBox>
@@ -21,6 +22,7 @@
 #include <QVBoxLayout>
 
 #include <set>
+#include <span>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -31,30 +33,32 @@ constexpr int typeColumnIndex = 0;
 constexpr int matchColumnIndex = 1;
 constexpr int textColumnIndex = 2;
 
-// The field numbers 0 to 20 of a filter row, in that order.
+// The labels of a table's rows, in number order: a pop-up's index is the
+// number it stands for. The labels are translated in QObject's context.
+template <typename Row>
+QStringList labelsOf(std::span<const Row> rows)
+{
+    QStringList labels;
+    for (const TLClipChoice &row : rows)
+        labels.append(QObject::tr(row.label));
+    return labels;
+}
+
 QStringList fieldLabels()
 {
-    return {QObject::tr("Clip Name"),        QObject::tr("File Name"),        QObject::tr("File Extension"),
-            QObject::tr("Media URL"),        QObject::tr("Duration"),         QObject::tr("Timebase"),
-            QObject::tr("Width"),            QObject::tr("Height"),           QObject::tr("Field Dominance"),
-            QObject::tr("Scene"),            QObject::tr("Shot/Take"),        QObject::tr("Log Note"),
-            QObject::tr("Good"),             QObject::tr("Label"),            QObject::tr("Master Comment 1"),
-            QObject::tr("Master Comment 2"), QObject::tr("Master Comment 3"), QObject::tr("Master Comment 4"),
-            QObject::tr("Audio"),            QObject::tr("Has Audio"),        QObject::tr("Audio Bit Depth")};
+    return labelsOf(TLClipFields::smartBinFields());
 }
 
-// The operators 0 to 5.
 QStringList operatorLabels()
 {
-    return {QObject::tr("contains"), QObject::tr("does not contain"), QObject::tr("is"),
-            QObject::tr("is not"),   QObject::tr("sorts after"),      QObject::tr("sorts before")};
+    return labelsOf(TLClipFields::operators());
 }
 
-// The match types 0 to 2: the first row alone, a clip once per matching row,
-// a clip that matches every row.
+// Match types: the first row alone, a clip once per matching row, a clip
+// that matches every row.
 QStringList matchTypeLabels()
 {
-    return {QObject::tr("the first filter"), QObject::tr("any filter"), QObject::tr("all filters")};
+    return labelsOf(TLClipFields::matchTypes());
 }
 
 // Text cells whose open editor can be committed from outside, as Create

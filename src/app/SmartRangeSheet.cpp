@@ -4,6 +4,7 @@
 #include "AppIcons.h"
 #include "MyDocument.h"
 #include "SheetControls.h"
+#include "TLClipFields.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -24,35 +25,6 @@
 namespace {
 
 using Outline = MyDocument::Outline;
-
-struct Criterion
-{
-    std::int64_t number;
-    const char *label;
-};
-
-// Criterion 1 and those above 18 never collect anything, so they are not
-// offered.
-constexpr Criterion offeredCriteria[] = {
-    {0, QT_TRANSLATE_NOOP("SmartRangeSheet", "File Type")},
-    {2, QT_TRANSLATE_NOOP("SmartRangeSheet", "Folder")},
-    {3, QT_TRANSLATE_NOOP("SmartRangeSheet", "Timebase")},
-    {4, QT_TRANSLATE_NOOP("SmartRangeSheet", "Width")},
-    {5, QT_TRANSLATE_NOOP("SmartRangeSheet", "Height")},
-    {6, QT_TRANSLATE_NOOP("SmartRangeSheet", "Field Dominance")},
-    {7, QT_TRANSLATE_NOOP("SmartRangeSheet", "Scene")},
-    {8, QT_TRANSLATE_NOOP("SmartRangeSheet", "Shot/Take")},
-    {9, QT_TRANSLATE_NOOP("SmartRangeSheet", "Log Note")},
-    {10, QT_TRANSLATE_NOOP("SmartRangeSheet", "Good")},
-    {11, QT_TRANSLATE_NOOP("SmartRangeSheet", "Label")},
-    {12, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 1")},
-    {13, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 2")},
-    {14, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 3")},
-    {15, QT_TRANSLATE_NOOP("SmartRangeSheet", "Master Comment 4")},
-    {16, QT_TRANSLATE_NOOP("SmartRangeSheet", "Has Audio")},
-    {17, QT_TRANSLATE_NOOP("SmartRangeSheet", "Audio Sample Rate")},
-    {18, QT_TRANSLATE_NOOP("SmartRangeSheet", "Audio Bit Depth")},
-};
 
 // The icons a preview asks for: ours by name, a file's own, or its type's.
 // One preview may list thousands of clips of a handful of types, so the
@@ -123,8 +95,12 @@ SmartRangeSheet::SmartRangeSheet(MyDocument &document, std::function<TLBinNodePt
 
     m_criteriaPopUp = new QComboBox(this);
     m_criteriaPopUp->setObjectName(QStringLiteral("smartRangeCriteriaPopUp"));
-    for (const auto &criterion : offeredCriteria)
-        m_criteriaPopUp->addItem(tr(criterion.label), QVariant::fromValue<qlonglong>(criterion.number));
+    // A criterion without a label (1) never collects anything, so it is not
+    // offered.
+    for (const TLClipField &criterion : TLClipFields::smartRangeCriteria()) {
+        if (*criterion.label)
+            m_criteriaPopUp->addItem(tr(criterion.label), QVariant::fromValue<qlonglong>(criterion.number));
+    }
     m_previewOutline = new QTreeWidget(this);
     m_previewOutline->setObjectName(QStringLiteral("smartRangeOutlineView"));
     m_previewOutline->setHeaderHidden(true);

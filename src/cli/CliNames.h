@@ -17,7 +17,8 @@ struct CliName
     std::string_view description;
 };
 
-// Stateless. Every table lists each number the command line accepts, in
+// Stateless. The tables are the engine's TLClipFields as the command line
+// sees them. Every table lists each number the command line accepts, in
 // number order; a few numbers have an alias beside their main word (the
 // first entry of a number is its main word). A number the engine knows but
 // that has no meaning of its own (criterion 1) has an empty word: it is

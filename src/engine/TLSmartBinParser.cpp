@@ -3,7 +3,7 @@
 #include "TLSmartBinParser.h"
 
 #include "TLCaseFolding.h"
-#include "TLClipQueries.h"
+#include "TLClipFields.h"
 #include "TLLog.h"
 #include "TLPathText.h"
 #include "TLTextCoding.h"
@@ -15,36 +15,9 @@
 
 namespace {
 
-constexpr std::int64_t kLastFieldType = 20;
-constexpr std::size_t kFieldCount = kLastFieldType + 1;
+constexpr std::size_t kFieldCount = TLClipFields::smartBinFieldCount;
+constexpr std::int64_t kLastFieldType = std::int64_t(kFieldCount) - 1;
 
-// Field queries by type; null where the value is not read by a query.
-constexpr std::array<const char *, kFieldCount> fieldQueries = {
-    "./name[1]/text()",
-    nullptr, // file name of the media path
-    nullptr, // extension of the media path
-    "./file[1]/pathurl[1]/text()",
-    "./duration[1]/text()",
-    TLClipQueries::timebase,
-    TLClipQueries::width,
-    TLClipQueries::height,
-    TLClipQueries::fieldDominance,
-    TLClipQueries::scene,
-    TLClipQueries::shotTake,
-    TLClipQueries::logNote,
-    TLClipQueries::good,
-    TLClipQueries::label,
-    TLClipQueries::masterComment1,
-    TLClipQueries::masterComment2,
-    TLClipQueries::masterComment3,
-    TLClipQueries::masterComment4,
-    TLClipQueries::audio,
-    nullptr, // audio flag
-    "./media[1]/audio[1]/track/clipitem/file[1]/media[1]/audio[1]/samplecharacteristics[1]/depth[1]/text()",
-};
-
-constexpr std::string_view sampleRateQuery =
-    "./media[1]/audio[1]/track/clipitem/file[1]/media[1]/audio[1]/samplecharacteristics[1]/samplerate[1]/text()";
 constexpr std::string_view pathURLQuery = ".//pathurl[1]/text()";
 // The clip's first pathurl element, found without gathering the first
 // pathurl child of every element inside the clip (several times faster).
@@ -77,8 +50,9 @@ PreparedRow prepare(const TLSmartBinFilter &row)
         prepared.foldedFilter = TLCaseFolding::foldedCase(prepared.filter);
     if (prepared.match == sortsAfter || prepared.match == sortsBefore)
         prepared.filterUnits = TLTextCoding::utf16Units(prepared.filter);
-    if (prepared.readsField() && fieldQueries[std::size_t(prepared.type)])
-        prepared.escapedQuery = TLXMLParser::escapeQueryString(fieldQueries[std::size_t(prepared.type)]);
+    const TLClipField *field = TLClipFields::smartBinField(prepared.type);
+    if (field && field->query)
+        prepared.escapedQuery = TLXMLParser::escapeQueryString(field->query);
     return prepared;
 }
 
@@ -152,11 +126,11 @@ private:
     {
         if (!row.escapedQuery.empty())
             return TLXMLParser::evaluateFirstText(row.escapedQuery, m_clip);
-        if (row.type == 19)
+        if (row.type == TLClipFields::hasAudioField)
             return hasAudio() ? "true" : "false";
         if (!path())
             return std::nullopt;
-        if (row.type == 1)
+        if (row.type == TLClipFields::fileNameField)
             return std::string(TLPathText::lastPathComponent(*path()));
         return std::string(TLPathText::pathExtension(*path()));
     }
@@ -273,7 +247,7 @@ TLMediaItemList TLSmartBinParser::arrayFromFilterArray(const TLFilterList &filte
     TLMediaItemList result;
     if (rows.empty())
         return result;
-    const std::string escapedSampleRateQuery = TLXMLParser::escapeQueryString(sampleRateQuery);
+    const std::string escapedSampleRateQuery = TLXMLParser::escapeQueryString(TLClipFields::smartBinSampleRateQuery);
     for (const pugi::xpath_node &clip : mediaController.clips())
         matchClip(clip.node(), rows, matchType, escapedSampleRateQuery, result);
     return result;

@@ -17,14 +17,12 @@ using TLMediaItemList = std::vector<std::shared_ptr<TLMediaItem>>;
 // order; a row reads one field of the clip and compares it, as text, with
 // the row's filterString.
 //
-// Fields (filterType): 0 clip name, 1 file name and 2 file extension (as
-// written) of the clip's media path, 3 the URL held directly by the clip's
-// file, 4 duration, 5 timebase, 6 frame width, 7 frame height, 8 field
-// dominance, 9 scene, 10 shot/take, 11 log note, 12 good mark, 13 colour
-// label, 14 to 17 master comments 1 to 4, 18 the raw text inside the clip's
-// audio element, 19 "true"/"false" whether the clip has audio (an "aif",
-// "aiff" or "wav" file in any case, else an audio sample rate), 20 audio bit
-// depth. A row of a type above 20 is skipped; a type below 0 reads no field.
+// Fields (filterType): those of TLClipFields::smartBinFields(), each read by
+// its query (the first text it selects) except 1 file name and 2 file
+// extension (as written) of the clip's media path, and 19 "true"/"false"
+// whether the clip has audio (an "aif", "aiff" or "wav" file in any case,
+// else an audio sample rate). A row of a type above the table's last (20)
+// is skipped; a type below 0 reads no field.
 //
 // Operators (filterMatch), v the field value, f the filterString: 0 v
 // contains f ignoring case (TLCaseFolding; every text contains ""), 1 v does

@@ -3,13 +3,12 @@
 #include "TLSmartRangeParser.h"
 
 #include "TLCaseFolding.h"
-#include "TLClipQueries.h"
+#include "TLClipFields.h"
 #include "TLLog.h"
 #include "TLMediaItem.h"
 #include "TLPathText.h"
 #include "TLXMLParser.h"
 
-#include <array>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
@@ -17,32 +16,14 @@
 
 namespace {
 
-constexpr std::int64_t kLastCriterion = 18;
+constexpr std::int64_t kLastCriterion = std::int64_t(TLClipFields::smartRangeCriterionCount) - 1;
 
-// Value queries by criterion; null where the value is not read by a query.
-constexpr std::array<const char *, kLastCriterion + 1> criterionQueries = {
-    nullptr, // file type
-    nullptr, // not supported
-    nullptr, // folder
-    TLClipQueries::timebase,
-    TLClipQueries::width,
-    TLClipQueries::height,
-    TLClipQueries::fieldDominance,
-    TLClipQueries::scene,
-    TLClipQueries::shotTake,
-    TLClipQueries::logNote,
-    TLClipQueries::good,
-    TLClipQueries::label,
-    TLClipQueries::masterComment1,
-    TLClipQueries::masterComment2,
-    TLClipQueries::masterComment3,
-    TLClipQueries::masterComment4,
-    TLClipQueries::audio,
-    "./media[1]/audio[1]/track/clipitem/file[1]//media[1]/audio[1]/samplecharacteristics[1]/samplerate[1]/text()",
-    "./media[1]/audio[1]/track/clipitem/file[1]//media[1]/audio[1]/samplecharacteristics[1]/depth[1]/text()",
+enum Criterion : std::int64_t {
+    fileType = TLClipFields::fileTypeCriterion,
+    unsupported = TLClipFields::noCriterion,
+    folder = TLClipFields::folderCriterion,
+    hasAudio = TLClipFields::hasAudioCriterion,
 };
-
-enum Criterion : std::int64_t { fileType = 0, unsupported = 1, folder = 2, hasAudio = 16 };
 
 constexpr std::string_view masterClipIDQuery = "./media[1]/(video[1] | audio[1])/track/clipitem/masterclipid/text()";
 constexpr std::string_view mediaFileNameQuery =
@@ -374,10 +355,10 @@ private:
 Request requestFor(std::int64_t criteria)
 {
     Request request{criteria, {}};
-    const bool hasQuery = criteria >= 0 && criteria <= kLastCriterion && criterionQueries[std::size_t(criteria)];
+    const TLClipField *criterion = TLClipFields::smartRangeCriterion(criteria);
     // The query is a fixed text: escaped once here rather than once per clip.
-    if (hasQuery)
-        request.escapedQuery = TLXMLParser::escapeQueryString(criterionQueries[std::size_t(criteria)]);
+    if (criterion && criterion->query)
+        request.escapedQuery = TLXMLParser::escapeQueryString(criterion->query);
     return request;
 }
 

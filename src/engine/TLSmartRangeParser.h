@@ -14,7 +14,8 @@
 
 using TLSmartRangeItemList = std::vector<std::shared_ptr<TLSmartRangeItem>>;
 
-// Stateless. Each clip's value for the criterion is read as text:
+// Stateless. Each clip's value for the criterion is read as text, by the
+// criterion's query in TLClipFields::smartRangeCriteria() except:
 //
 //   0  file type: the extension of the clip's first media URL, lower-cased;
 //      without a media URL the extension of its file name; "Unknown" when it
@@ -22,13 +23,8 @@ using TLSmartRangeItemList = std::vector<std::shared_ptr<TLSmartRangeItem>>;
 //   2  folder: the name of the folder holding the media file (from the
 //      decoded path of the first media URL; "/" for a file at the root);
 //      "Unknown" without a media URL
-//   3  timebase          4  frame width        5  frame height
-//   6  field dominance   7  scene              8  shot/take
-//   9  log note         10  good mark (its text as stored)
-//  11  colour label     12 to 15  master comments 1 to 4
-//  16  "true" when the text directly inside the clip's audio element is not
-//      empty, else "false"
-//  17  audio sample rate   18  audio bit depth
+//  16  has audio: "true" when the text its query selects (the text directly
+//      inside the clip's audio element) is not empty, else "false"
 //
 // Criterion 1 and criteria above 18 are not supported: the result is always
 // empty. A criterion below 0 reads no value. An empty or absent value is

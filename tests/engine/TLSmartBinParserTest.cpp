@@ -126,6 +126,20 @@ TEST(TLSmartBinParserTest, EveryFieldReadsItsValueAndAMissingFieldPassesEveryRow
     }
 }
 
+// The smart range finds both values in the same clip: it reads media at any
+// depth under the file.
+TEST(TLSmartBinParserTest, SampleRateAndDepthAreReadOnlyFromTheFilesOwnMedia)
+{
+    const Project project(R"(<clip><name>nested</name><uuid>U</uuid><media><audio><track><clipitem><file>
+        <other><media><audio><samplecharacteristics><samplerate>32000</samplerate><depth>24</depth>
+        </samplecharacteristics></audio></media></other></file></clipitem></track></audio></media></clip>)");
+    const std::vector<std::string> nested{"nested"};
+    EXPECT_EQ(matchedNames(project, {{19, 2, "false"}}, 2), nested);
+    // No depth is read: a clip without the field passes a row that no
+    // depth of 24 would.
+    EXPECT_EQ(matchedNames(project, {{20, 2, "none"}}, 2), nested);
+}
+
 TEST(TLSmartBinParserTest, OperatorsCompareTextAsStated)
 {
     const Project project(R"(

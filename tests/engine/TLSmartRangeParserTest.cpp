@@ -184,6 +184,17 @@ TEST(TLSmartRangeParserTest, EveryQueriedCriterionReadsItsField)
     EXPECT_TRUE(groupsFor(Project(""), 7).empty());
 }
 
+// The smart bin reads only the file's own media element (its test of the
+// same clip finds neither value).
+TEST(TLSmartRangeParserTest, SampleRateAndDepthAreFoundInMediaNestedDeeperInTheFile)
+{
+    const Project project(R"(<clip><name>nested</name><uuid>U</uuid><media><audio><track><clipitem><file>
+        <other><media><audio><samplecharacteristics><samplerate>32000</samplerate><depth>24</depth>
+        </samplecharacteristics></audio></media></other></file></clipitem></track></audio></media></clip>)");
+    EXPECT_EQ(groupsFor(project, 17), (Groups{{"32000", {"nested"}}}));
+    EXPECT_EQ(groupsFor(project, 18), (Groups{{"24", {"nested"}}}));
+}
+
 TEST(TLSmartRangeParserTest, FileNameFallbackTakesTheFirstTableURLEndingWithTheEscapedName)
 {
     const auto loose = [](const std::string &url) {
