@@ -22,7 +22,7 @@ test: build
 bench:
 	@scripts/install-deps libxml2-utils
 	@cmake -S . -B $(BUILD_DIR)-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
-	  -DCORVALE_BUILD_TESTS=OFF -DCORVALE_BUILD_APP=OFF > /dev/null
+	  -DCORVALE_BUILD_TESTS=OFF -DCORVALE_BUILD_APP=OFF -DCORVALE_BUILD_BENCH=ON > /dev/null
 	@cmake --build $(BUILD_DIR)-bench -j $(JOBS)
 	@bench/run $(BUILD_DIR)-bench
 
