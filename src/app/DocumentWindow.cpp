@@ -225,7 +225,7 @@ DocumentWindow::~DocumentWindow()
 std::unique_ptr<MyDocument> DocumentWindow::makeDocument() const
 {
     auto view = std::make_shared<View>(const_cast<DocumentWindow *>(this));
-    auto document = std::make_unique<MyDocument>(MyDocumentServices{{}, m_mainThread, view});
+    auto document = std::make_unique<MyDocument>(MyDocumentServices{{}, m_mainThread, view, {}});
     view->attach(document.get());
     return document;
 }

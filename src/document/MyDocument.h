@@ -12,6 +12,7 @@
 #include "TLSmartRangeItem.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <future>
@@ -33,6 +34,9 @@ struct MyDocumentServices
     TLProjectSources projectSources;
     std::shared_ptr<TLMainThread> mainThread;
     std::shared_ptr<MyDocumentView> view;
+    // Waits while Premiere Pro reads the project file it was handed;
+    // empty: the calling thread sleeps that long.
+    std::function<void(std::chrono::milliseconds)> waitForHost;
 };
 
 // What a save asks for: where to write, and the kind of save (carried, but

@@ -46,7 +46,7 @@ constexpr std::string_view binType = "bin";
 constexpr std::string_view projectChildrenQuery = "./xmeml[1]/project[1]/children[1]";
 constexpr std::string_view premiereOutputSuffix = "-Corvale.xml";
 // Premiere Pro reads the file after the hand-over returns; it gets this long.
-constexpr auto premiereReadingTime = std::chrono::seconds(1);
+constexpr std::chrono::milliseconds premiereReadingTime{1000};
 
 // Serialises pugixml output straight into the text being built, so clip
 // elements are never copied through a temporary string.
@@ -481,7 +481,10 @@ void MyDocument::sendToPremiere(const std::string &projectPath)
     if (!failure.empty())
         return;
     premiereBridge()->openFCPXML(outputPath);
-    std::this_thread::sleep_for(premiereReadingTime);
+    if (m_services.waitForHost)
+        m_services.waitForHost(premiereReadingTime);
+    else
+        std::this_thread::sleep_for(premiereReadingTime);
     TLFileManager::removeFile(outputPath);
 }
 

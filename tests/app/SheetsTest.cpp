@@ -115,7 +115,7 @@ private slots:
         m_window = std::make_unique<QMainWindow>();
         m_view = std::make_shared<SheetsView>();
         m_view->window = m_window.get();
-        m_document = std::make_unique<MyDocument>(MyDocumentServices{{}, m_mainThread, m_view});
+        m_document = std::make_unique<MyDocument>(MyDocumentServices{{}, m_mainThread, m_view, {}});
         m_sheets = std::make_unique<DocumentSheets>(*m_document, m_window.get(), [this] { return m_selected; });
         m_view->sheets = m_sheets.get();
         m_window->show();

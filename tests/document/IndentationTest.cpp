@@ -49,7 +49,7 @@ std::vector<std::string> readings(const std::string &text)
     MyDocument document(MyDocumentServices{
         TLProjectSources{std::make_shared<test::FakeFinalCutProBridge>(),
                          std::make_shared<test::FakePremiereBridge>(), {}, {}},
-        {}, {}});
+        {}, {}, {}});
     EXPECT_TRUE(document.readFromURL(path));
     const TLFCPProjectController &controller = *document.mediaController();
     std::vector<std::string> found;

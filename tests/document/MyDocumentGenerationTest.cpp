@@ -66,7 +66,15 @@ struct Harness
     std::shared_ptr<test::FakeFinalCutProBridge> finalCutPro = std::make_shared<test::FakeFinalCutProBridge>();
     std::shared_ptr<test::FakePremiereBridge> premiere = std::make_shared<test::FakePremiereBridge>();
     std::shared_ptr<ProgressView> view = std::make_shared<ProgressView>();
-    MyDocument document{MyDocumentServices{TLProjectSources{finalCutPro, premiere, {}, {}}, {}, view}};
+    // What the document waited for, with whether the file it handed over was
+    // still there to be read meanwhile.
+    std::vector<std::pair<std::chrono::milliseconds, bool>> waits;
+    MyDocument document{MyDocumentServices{TLProjectSources{finalCutPro, premiere, {}, {}}, {}, view,
+                                           [this](std::chrono::milliseconds time) {
+                                               const auto imports = premiere->imports();
+                                               waits.emplace_back(time, !imports.empty() &&
+                                                                            fs::exists(imports.back().path));
+                                           }}};
 
     std::shared_ptr<TLFCPProjectController> load(const std::string &xml)
     {
@@ -318,6 +326,10 @@ TEST(MyDocumentGenerationTest, PremiereSendHandsOverTheProjectFileAndRemovesIt)
     EXPECT_NE(imports[0].contents->find("<name>Interview</name>"), std::string::npos);
     EXPECT_EQ(imports[0].contents->find("Reel 1"), std::string::npos);
     EXPECT_FALSE(fs::exists(imports[0].path));
+    // It is removed only after the time Premiere Pro is given to read it.
+    ASSERT_EQ(harness.waits.size(), 1u);
+    EXPECT_EQ(harness.waits[0].first, std::chrono::milliseconds(1000));
+    EXPECT_TRUE(harness.waits[0].second);
     EXPECT_EQ(test::readFile(folder.file("Spots-Corvale.xml")), "keep");
     EXPECT_NE(log.find(" - Sending to Premiere Pro...\n"), std::string::npos) << log;
     EXPECT_TRUE(harness.finalCutPro->sends().empty());

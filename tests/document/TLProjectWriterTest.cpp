@@ -89,7 +89,7 @@ struct OpenProject
     test::TemporaryFolder folder;
     std::shared_ptr<test::FakeFinalCutProBridge> finalCutPro = std::make_shared<test::FakeFinalCutProBridge>();
     MyDocument document{MyDocumentServices{
-        TLProjectSources{finalCutPro, std::make_shared<test::FakePremiereBridge>(), {}, {}}, {}, {}}};
+        TLProjectSources{finalCutPro, std::make_shared<test::FakePremiereBridge>(), {}, {}}, {}, {}, {}}};
 
     OpenProject()
     {
