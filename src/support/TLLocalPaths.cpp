@@ -385,6 +385,11 @@ std::optional<std::string> TLLocalPaths::localDocumentationDirectory()
     return pathForDirectory(Directory::documentation, Domain::local);
 }
 
+std::string TLLocalPaths::machineWideLogDirectory()
+{
+    return *underMachineRoot("/var/log/quillmoor");
+}
+
 std::string TLLocalPaths::userDirectory()
 {
     if (auto home = absolutePathFromEnvironment("HOME"))

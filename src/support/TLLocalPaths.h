@@ -64,6 +64,9 @@ public:
     static std::optional<std::string> systemLibraryDirectory();
     // The machine-wide Documentation folder.
     static std::optional<std::string> localDocumentationDirectory();
+    // Where the log goes when the program runs as root: the system's log
+    // folder, "/var/log/quillmoor".
+    static std::string machineWideLogDirectory();
 
     // The home folder: $HOME when it is absolute, else the password
     // database's entry, else "/".

@@ -356,13 +356,7 @@ std::optional<std::string> TLLog::userLogFolder()
 
 std::string TLLog::machineWideLogFolder()
 {
-    // Moved under CORVALE_LOCAL_ROOT like every machine-wide folder, so that
-    // a test run never writes to the real /var/log.
-    const char *root = std::getenv("CORVALE_LOCAL_ROOT");
-    std::string prefix = root ? root : "";
-    while (!prefix.empty() && prefix.back() == '/')
-        prefix.pop_back();
-    return prefix + "/var/log/quillmoor";
+    return TLLocalPaths::machineWideLogDirectory();
 }
 
 std::optional<std::string> TLLog::logFolder()

@@ -4,29 +4,9 @@
 #include "TLLog.h"
 #include "TLTaskEx.h"
 
-#include <cstdlib>
 #include <mutex>
-#include <sstream>
 
 namespace {
-
-// The first runnable `name` on PATH; nullopt when there is none.
-std::optional<std::string> programOnPath(const std::string &name)
-{
-    const char *path = std::getenv("PATH");
-    if (!path)
-        return std::nullopt;
-    std::istringstream folders(path);
-    std::string folder;
-    while (std::getline(folders, folder, ':')) {
-        if (folder.empty())
-            continue;
-        const std::string candidate = folder + "/" + name;
-        if (TLTaskEx::isRunnable(candidate))
-            return candidate;
-    }
-    return std::nullopt;
-}
 
 class LinuxWorkspace final : public TLWorkspace
 {
@@ -67,7 +47,7 @@ private:
     {
         if (target.empty())
             return false;
-        const std::optional<std::string> opener = programOnPath("xdg-open");
+        const std::optional<std::string> opener = TLTaskEx::programOnPath("xdg-open");
         if (!opener) {
             TLLog::appendLog("Unable to open %@: xdg-open not found", target);
             return false;
